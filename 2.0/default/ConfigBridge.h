@@ -1,0 +1,54 @@
+// The config tool bridge: running "sillet list" and merging its listing into the
+// process-wide configuration list, and applying or clearing a client's selection.
+#pragma once
+
+#include <rapidjson/document.h>
+
+#include <cstdio>
+
+namespace vendor {
+namespace brevane {
+namespace hardware {
+namespace ostrel {
+namespace V2_0 {
+namespace implementation {
+struct Ostrel;
+}  // namespace implementation
+}  // namespace V2_0
+
+namespace core {
+
+using V2_0::implementation::Ostrel;
+
+using ConfigDocument =
+        rapidjson::GenericDocument<rapidjson::UTF8<>, rapidjson::MemoryPoolAllocator<>,
+                                   rapidjson::CrtAllocator>;
+
+// The configuration list, rebuilt by every list query.
+extern ConfigDocument configList;
+
+// List query: 0 on success, -1 on failure.
+int querySilletList(Ostrel* owner);
+// Size of the list's text with its terminator; copies it to *dest when given.
+int serializeConfigList(Ostrel* owner, char** dest);
+
+// Parser of the tool's listing.
+int parseSilletList(Ostrel* owner, char* text, int length);
+bool mergeListLine(Ostrel* owner, int num, char* text);
+bool matchConfigName(Ostrel* owner, char* text, const char* name);
+
+// Selection and clearing: 0 on success, -1 on failure.
+int selectSilletConfig(Ostrel* owner, const char* json);
+int clearSilletConfig(Ostrel* owner);
+
+// Log sinks: a line on |stream| (flushed) and, with an owner, in the reply log.
+void logText(Ostrel* owner, FILE* stream, const char* text);
+void logTextInt(Ostrel* owner, FILE* stream, const char* format, int value);
+void logTextIntStr(Ostrel* owner, FILE* stream, const char* format, int value, const char* text);
+void logTextSize(Ostrel* owner, FILE* stream, const char* format, unsigned long size);
+
+}  // namespace core
+}  // namespace ostrel
+}  // namespace hardware
+}  // namespace brevane
+}  // namespace vendor

@@ -1,0 +1,294 @@
+#include "OstrelFSMData.h"
+
+#include <fcntl.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "JsonText.h"
+#include "OstrelLog.h"
+
+namespace vendor {
+namespace brevane {
+namespace hardware {
+namespace ostrel {
+namespace core {
+
+namespace {
+
+constexpr const char* kLogTag = "ostrel.core.fsmdata";
+constexpr const char* kPlanTempFile = "/data/vendor/qav/data/ostreldata.txt.new";
+
+// What a missing or invalid plan file is replaced with.
+constexpr const char* kDefaultDocument =
+        "{\"not_set\": true,\"current_state\": 0,\"run_start\": false,\"run_finished\": false,"
+        "\"testcases\": [{\"name\": \"kelbrun help\",\"select\": false,\"command\": \"--help\","
+        "\"testcase_value\": 0,\"isRound\": false,\"testcase_current_time\": 0,"
+        "\"testcase_target_time\": 0,\"testcase_current_round\": 0,"
+        "\"testcase_target_round\": 0}]}";
+
+bool readPlanFile(std::string* text) {
+    std::ifstream in(kPlanFile, std::ios::in | std::ios::binary);
+    if (!in) return false;
+    text->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return true;
+}
+
+bool writeAll(int fd, const char* data, size_t size) {
+    while (size > 0) {
+        ssize_t n = write(fd, data, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        data += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+}  // namespace
+
+OstrelFSMData::OstrelFSMData() {
+    // A write cut short by a crash leaves only the temporary file behind.
+    unlink(kPlanTempFile);
+    if (!isFSMDataExist()) {
+        error("init Document");
+        parseJsonText(document, kDefaultDocument, strlen(kDefaultDocument));
+        writeFSMData();
+    }
+    if (!loadFSMData()) error("Unable to read FSM data");
+}
+
+void OstrelFSMData::error(const char* message) {
+    formatDiagnostic(kLogTag, __FILE__, "%s", message);
+}
+
+bool OstrelFSMData::isFSMDataExist() {
+    struct stat st;
+    if (stat(kPlanFile, &st) != 0) return false;
+    std::string text;
+    rapidjson::Document local;
+    if (readPlanFile(&text)) parseJsonText(local, text.data(), text.size());
+    if (local.IsObject() && local.HasMember("current_state")) return true;
+    error("FSM data file is not correct!!");
+    return false;
+}
+
+bool OstrelFSMData::loadFSMData() {
+    struct stat st;
+    if (stat(kPlanFile, &st) != 0) {
+        error("FSM data file is not exist!!");
+        return false;
+    }
+    std::string text;
+    if (readPlanFile(&text)) parseJsonText(document, text.data(), text.size());
+    return true;
+}
+
+// The file is replaced atomically: the new text goes to a temporary file in the
+// same directory, is flushed to disk and renamed over the plan file, so a power
+// cut leaves either the old or the new plan, never a truncated one. A file that
+// cannot be written is not reported, as before.
+bool OstrelFSMData::writeFSMData() {
+    if (!document.IsObject()) {
+        error("Document is empty");
+        return false;
+    }
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    document.Accept(writer);
+
+    int fd = open(kPlanTempFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) return true;
+    bool written = writeAll(fd, buffer.GetString(), buffer.GetSize()) && fsync(fd) == 0;
+    close(fd);
+    if (!written || rename(kPlanTempFile, kPlanFile) != 0) unlink(kPlanTempFile);
+    return true;
+}
+
+rapidjson::Value* OstrelFSMData::rootMember(const char* key) {
+    if (!document.IsObject()) return nullptr;
+    auto it = document.FindMember(key);
+    return it == document.MemberEnd() ? nullptr : &it->value;
+}
+
+PlannerFSMState OstrelFSMData::getState() {
+    rapidjson::Value* v = rootMember("current_state");
+    if (v == nullptr || !v->IsInt()) return IDLE;
+    switch (v->GetInt()) {
+        case PREPARING:
+            return PREPARING;
+        case RUNNING:
+            return RUNNING;
+        case COMPLETING:
+            return COMPLETING;
+        default:
+            return IDLE;
+    }
+}
+
+bool OstrelFSMData::setState(PlannerFSMState state) {
+    rapidjson::Value* v = rootMember("current_state");
+    if (v != nullptr) {
+        bool known = state == PREPARING || state == RUNNING || state == COMPLETING;
+        v->SetInt(known ? state : IDLE);
+    }
+    writeFSMData();
+    return true;
+}
+
+bool OstrelFSMData::getRunStart() {
+    rapidjson::Value* v = rootMember("run_start");
+    return v != nullptr && v->IsTrue();
+}
+
+bool OstrelFSMData::setRunStart(bool value) {
+    rapidjson::Value* v = rootMember("run_start");
+    if (v != nullptr) v->SetBool(value);
+    return writeFSMData();
+}
+
+bool OstrelFSMData::getRunFinished() {
+    rapidjson::Value* v = rootMember("run_finished");
+    return v != nullptr && v->IsTrue();
+}
+
+bool OstrelFSMData::setRunFinished(bool value) {
+    rapidjson::Value* v = rootMember("run_finished");
+    if (v != nullptr) v->SetBool(value);
+    return writeFSMData();
+}
+
+int OstrelFSMData::getTestcasesLength() {
+    rapidjson::Value* v = rootMember("testcases");
+    return v != nullptr && v->IsArray() ? static_cast<int>(v->Size()) : 0;
+}
+
+// An index out of range, a "testcases" that is not an array and an element that
+// is not an object all read like a missing key.
+rapidjson::Value* OstrelFSMData::testcaseMember(int i, const char* key, bool* haveTestcases) {
+    rapidjson::Value* cases = rootMember("testcases");
+    if (haveTestcases != nullptr) *haveTestcases = cases != nullptr;
+    if (cases == nullptr || !cases->IsArray() || i < 0 ||
+        static_cast<unsigned>(i) >= cases->Size()) {
+        return nullptr;
+    }
+    rapidjson::Value& tc = (*cases)[static_cast<rapidjson::SizeType>(i)];
+    if (!tc.IsObject()) return nullptr;
+    auto it = tc.FindMember(key);
+    return it == tc.MemberEnd() ? nullptr : &it->value;
+}
+
+int OstrelFSMData::getTestcaseInt(int i, const char* key) {
+    rapidjson::Value* v = testcaseMember(i, key);
+    return v != nullptr && v->IsInt() ? v->GetInt() : 0;
+}
+
+bool OstrelFSMData::getTestcaseBool(int i, const char* key) {
+    rapidjson::Value* v = testcaseMember(i, key);
+    return v != nullptr && v->IsTrue();
+}
+
+bool OstrelFSMData::setTestcaseInt(int i, const char* key, int value) {
+    bool haveTestcases = false;
+    rapidjson::Value* v = testcaseMember(i, key, &haveTestcases);
+    if (!haveTestcases) return false;
+    if (v != nullptr) v->SetInt(value);
+    writeFSMData();
+    return true;
+}
+
+const char* OstrelFSMData::getTestcaseCommand(int i) {
+    rapidjson::Value* v = testcaseMember(i, "command");
+    return v != nullptr && v->IsString() ? v->GetString() : nullptr;
+}
+
+int OstrelFSMData::getTestcaseValue(int i) {
+    return getTestcaseInt(i, "testcase_value");
+}
+
+bool OstrelFSMData::getTestcaseIsBootTest(int i) {
+    return getTestcaseBool(i, "isBootTest");
+}
+
+bool OstrelFSMData::getTestcaseIsRound(int i) {
+    return getTestcaseBool(i, "isRound");
+}
+
+bool OstrelFSMData::getTestcaseIsSelect(int i) {
+    return getTestcaseBool(i, "select");
+}
+
+int OstrelFSMData::getTestcaseCurrentTime(int i) {
+    return getTestcaseInt(i, "testcase_current_time");
+}
+
+bool OstrelFSMData::setTestcaseCurrentTime(int i, int value) {
+    return setTestcaseInt(i, "testcase_current_time", value);
+}
+
+int OstrelFSMData::getTestcaseTargetTime(int i) {
+    return getTestcaseInt(i, "testcase_target_time");
+}
+
+bool OstrelFSMData::setTestcaseTargetTime(int i, int value) {
+    return setTestcaseInt(i, "testcase_target_time", value);
+}
+
+int OstrelFSMData::getTestcaseCurrentRound(int i) {
+    return getTestcaseInt(i, "testcase_current_round");
+}
+
+bool OstrelFSMData::setTestcaseCurrentRound(int i, int value) {
+    return setTestcaseInt(i, "testcase_current_round", value);
+}
+
+int OstrelFSMData::getTestcaseTargetRound(int i) {
+    return getTestcaseInt(i, "testcase_target_round");
+}
+
+bool OstrelFSMData::setTestcaseTargetRound(int i, int value) {
+    return setTestcaseInt(i, "testcase_target_round", value);
+}
+
+// A text that does not parse leaves the plan in force; one whose root is not an
+// object replaces it but is refused (and is never written to the file). The new
+// plan is parsed into a document of its own and swapped in, so the old plan's
+// memory goes with it instead of piling up in one pool.
+bool OstrelFSMData::putJSON(const char* json) {
+    if (json == nullptr) return false;
+    rapidjson::Document fresh;
+    if (parseJsonText(fresh, json, strlen(json))) document.Swap(fresh);
+    if (document.IsObject()) return true;
+    error("Document is empty, put NULL JSON");
+    return false;
+}
+
+char* OstrelFSMData::getJSON() {
+    if (!document.IsObject()) {
+        error("ostrel: Document is empty, null string");
+        return nullptr;
+    }
+    rapidjson::Value* notSet = rootMember("not_set");
+    if (notSet != nullptr && notSet->IsTrue()) {
+        error("ostrel: Document is not set, null string");
+        return nullptr;
+    }
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    document.Accept(writer);
+    return strdup(buffer.GetString());
+}
+
+}  // namespace core
+}  // namespace ostrel
+}  // namespace hardware
+}  // namespace brevane
+}  // namespace vendor

@@ -1,0 +1,75 @@
+// The plan store: one JSON document (state, run flags, test cases and their
+// progress counters) mirrored into the plan file after every change, so that a
+// run survives a restart of the service or a reboot of the device.
+#pragma once
+
+#include <rapidjson/document.h>
+
+#include "PlannerTypes.h"
+
+namespace vendor {
+namespace brevane {
+namespace hardware {
+namespace ostrel {
+namespace core {
+
+constexpr const char* kPlanFile = "/data/vendor/qav/data/ostreldata.txt";
+
+class OstrelFSMData {
+  public:
+    // Loads the plan file, or replaces a missing or invalid one with the
+    // built-in default document.
+    OstrelFSMData();
+    ~OstrelFSMData() = default;
+
+    bool isFSMDataExist();
+    bool loadFSMData();
+    bool writeFSMData();
+
+    PlannerFSMState getState();
+    bool setState(PlannerFSMState state);
+    bool getRunStart();
+    bool setRunStart(bool value);
+    bool getRunFinished();
+    bool setRunFinished(bool value);
+
+    // Test-case records, indexed from 0 in the order of "testcases".
+    int getTestcasesLength();
+    const char* getTestcaseCommand(int i);
+    int getTestcaseValue(int i);
+    bool getTestcaseIsBootTest(int i);
+    bool getTestcaseIsRound(int i);
+    bool getTestcaseIsSelect(int i);
+    int getTestcaseCurrentTime(int i);
+    bool setTestcaseCurrentTime(int i, int value);
+    int getTestcaseTargetTime(int i);
+    bool setTestcaseTargetTime(int i, int value);
+    int getTestcaseCurrentRound(int i);
+    bool setTestcaseCurrentRound(int i, int value);
+    int getTestcaseTargetRound(int i);
+    bool setTestcaseTargetRound(int i, int value);
+
+    // Whole-plan exchange with clients. getJSON's result is released with free().
+    bool putJSON(const char* json);
+    char* getJSON();
+
+    void error(const char* message);
+
+  private:
+    // The member |key| of the root object, or null.
+    rapidjson::Value* rootMember(const char* key);
+    // The member |key| of test case |i|. |haveTestcases| tells whether the root
+    // has "testcases" at all (the setters' result depends on it).
+    rapidjson::Value* testcaseMember(int i, const char* key, bool* haveTestcases = nullptr);
+    bool setTestcaseInt(int i, const char* key, int value);
+    int getTestcaseInt(int i, const char* key);
+    bool getTestcaseBool(int i, const char* key);
+
+    rapidjson::Document document;
+};
+
+}  // namespace core
+}  // namespace ostrel
+}  // namespace hardware
+}  // namespace brevane
+}  // namespace vendor

@@ -1,0 +1,85 @@
+// PREPARING: configurations and the plan may be read and changed; RUN_START
+// begins a run.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "ConfigBridge.h"
+#include "OstrelFSM.h"
+
+namespace vendor {
+namespace brevane {
+namespace hardware {
+namespace ostrel {
+namespace core {
+
+bool OstrelFSM::preparing(PlannerEvent event, char* input, char*, int, long buf_fp) {
+    if (data.getState() != PREPARING) return false;
+    if (event < INSTALL_TESTERS || event > RUN_START) return true;
+
+    FILE* out = reinterpret_cast<FILE*>(buf_fp);
+    bool result = true;
+    switch (event) {
+        case INSTALL_TESTERS:
+            // Switched off on purpose; the client is still told success.
+            error("ostrel: temporary disable installTesters!!!\n");
+            break;
+        case GET_CONFIG: {
+            char* buf = getConfig();
+            if (buf == nullptr) {
+                result = false;
+                break;
+            }
+            int n = out ? fprintf(out, "%s", buf) : 0;
+            OSTREL_CHECK(n > 0, "fprintf(buf_fp, \"%s\", buf) > 0", 263);
+            free(buf);
+            break;
+        }
+        case SET_CONFIG:
+            if (selectSilletConfig(owner, input) != 0) {
+                error("ostrel: Fail to select QaV");
+                result = false;
+            }
+            break;
+        case CLEAR_CONFIG:
+            result = clearSilletConfig(owner) >= 0;
+            break;
+        case SET_TEST:
+            result = data.putJSON(input);
+            break;
+        case GET_TEST: {
+            char* buf = data.getJSON();
+            if (buf == nullptr) {
+                result = false;
+                break;
+            }
+            int n = out ? fprintf(out, "%s", buf) : 0;
+            OSTREL_CHECK(n > 0, "fprintf(buf_fp, \"%s\", buf) > 0", 297);
+            free(buf);
+            break;
+        }
+        case RUN_START:
+            // The work directory and the history copy are cleaned before the
+            // flags change, and the flags are persisted before the state.
+            remove_files(kExecutorDir);
+            unlink(kHistoryCopy);
+            if (FILE* fp = fopen(kHistoryCopy, "w")) fclose(fp);
+            data.setRunStart(true);
+            data.setRunFinished(false);
+            setRunningTestcasesTick();
+            data.setState(RUNNING);
+            sendEvent(RUN_START, nullptr, nullptr, 0, 0);
+            return true;
+        default:
+            break;
+    }
+    data.setState(PREPARING);
+    return result;
+}
+
+}  // namespace core
+}  // namespace ostrel
+}  // namespace hardware
+}  // namespace brevane
+}  // namespace vendor

@@ -1,0 +1,44 @@
+// Events and states of the planner's state machine.
+#pragma once
+
+#include <cstdint>
+
+namespace vendor {
+namespace brevane {
+namespace hardware {
+namespace ostrel {
+namespace core {
+
+// Held and compared as a signed 8-bit value; 0 and values above 12 are never
+// sent and have no effect in any state.
+enum PlannerEvent : int8_t {
+    BOOT_COMPLETED = 1,
+    INSTALL_TESTERS = 2,
+    GET_CONFIG = 3,
+    SET_CONFIG = 4,
+    CLEAR_CONFIG = 5,
+    SET_TEST = 6,
+    GET_TEST = 7,
+    RUN_START = 8,
+    TICK = 9,
+    RUN_ABORT = 10,
+    RUN_FINISHED = 11,
+    GET_RESULT = 12,
+};
+
+// Persisted in the plan document as "current_state".
+enum PlannerFSMState : int8_t {
+    IDLE = 0,
+    PREPARING = 1,
+    RUNNING = 2,
+    COMPLETING = 3,
+};
+
+// State names indexed by state value, for the reply log of getState.
+extern const char* const kStateNames[4];
+
+}  // namespace core
+}  // namespace ostrel
+}  // namespace hardware
+}  // namespace brevane
+}  // namespace vendor
