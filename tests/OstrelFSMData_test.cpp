@@ -1,18 +1,237 @@
+// The plan store against real files in the sandbox's data partition.
 #include "OstrelFSMData.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <random>
+#include <string>
 
 #include "TestSupport.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
 using ostrel_test::readFile;
+using ostrel_test::writeFile;
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
 
-TEST(OstrelFSMData, CreatesDefaultPlanFileWhenMissing) {
+namespace {
+
+const std::string kDefaultCompact =
+        "{\"not_set\":true,\"current_state\":0,\"run_start\":false,\"run_finished\":false,"
+        "\"testcases\":[{\"name\":\"kelbrun help\",\"select\":false,\"command\":\"--help\","
+        "\"testcase_value\":0,\"isRound\":false,\"testcase_current_time\":0,"
+        "\"testcase_target_time\":0,\"testcase_current_round\":0,"
+        "\"testcase_target_round\":0}]}";
+
+std::string takeJSON(OstrelFSMData& store) {
+    char* text = store.getJSON();
+    std::string s = text ? text : "<null>";
+    free(text);
+    return s;
+}
+
+}  // namespace
+
+TEST(OstrelFSMData, CreatesTheDefaultPlanFileWhenNoneExists) {
+    CaptureStderr();
     OstrelFSMData store;
-    EXPECT_EQ(readFile(kPlanFile),
-              "{\"not_set\":true,\"current_state\":0,\"run_start\":false,\"run_finished\":false,"
-              "\"testcases\":[{\"name\":\"kelbrun help\",\"select\":false,\"command\":\"--help\","
-              "\"testcase_value\":0,\"isRound\":false,\"testcase_current_time\":0,"
-              "\"testcase_target_time\":0,\"testcase_current_round\":0,"
-              "\"testcase_target_round\":0}]}");
+    EXPECT_EQ(GetCapturedStderr(), "Log at OstrelFSMData: init Document\n");
+    EXPECT_EQ(readFile(kPlanFile), kDefaultCompact);
+    EXPECT_EQ(store.getState(), IDLE);
+    EXPECT_FALSE(store.getRunStart());
+    EXPECT_EQ(store.getTestcasesLength(), 1);
+    EXPECT_FALSE(store.getTestcaseIsSelect(0));
+    EXPECT_STREQ(store.getTestcaseCommand(0), "--help");
+    EXPECT_FALSE(store.getTestcaseIsBootTest(0));
+
+    // The placeholder is never handed out.
+    CaptureStderr();
+    EXPECT_EQ(store.getJSON(), nullptr);
+    EXPECT_EQ(GetCapturedStderr(),
+              "Log at OstrelFSMData: ostrel: Document is not set, null string\n");
+}
+
+TEST(OstrelFSMData, ReplacesInvalidPlanFilesAndKeepsValidOnes) {
+    for (const char* bad : {"{\"run_start\":true}", "{\"current_state\":1", "[1,2]", "", "null"}) {
+        writeFile(kPlanFile, bad);
+        CaptureStderr();
+        OstrelFSMData store;
+        EXPECT_EQ(GetCapturedStderr(),
+                  "Log at OstrelFSMData: FSM data file is not correct!!\n"
+                  "Log at OstrelFSMData: init Document\n")
+                << bad;
+        EXPECT_EQ(readFile(kPlanFile), kDefaultCompact) << bad;
+    }
+
+    // "current_state" alone makes a valid plan; setters never add keys.
+    writeFile(kPlanFile, "{\"current_state\":2}");
+    OstrelFSMData store;
+    EXPECT_EQ(store.getState(), RUNNING);
+    EXPECT_FALSE(store.getRunStart());
+    EXPECT_FALSE(store.setRunStart(false) && store.getRunStart());
+    EXPECT_EQ(readFile(kPlanFile), "{\"current_state\":2}");
+    EXPECT_FALSE(store.setTestcaseCurrentRound(0, 5));  // no "testcases" at all
+}
+
+TEST(OstrelFSMData, StateValuesOutsideTheMachineReadAsIdle) {
+    for (const char* stored : {"7", "-1", "\"2\"", "2.0", "true", "4294967298"}) {
+        writeFile(kPlanFile, std::string("{\"current_state\":") + stored + "}");
+        OstrelFSMData store;
+        EXPECT_EQ(store.getState(), IDLE) << stored;
+    }
+    writeFile(kPlanFile, "{\"current_state\":1}");
+    OstrelFSMData store;
+    store.setState(static_cast<PlannerFSMState>(9));
+    EXPECT_EQ(readFile(kPlanFile), "{\"current_state\":0}");
+    store.setState(COMPLETING);
+    EXPECT_EQ(readFile(kPlanFile), "{\"current_state\":3}");
+}
+
+TEST(OstrelFSMData, KeepsMemberOrderAndUnknownKeysThroughEveryWrite) {
+    OstrelFSMData store;
+    ASSERT_TRUE(store.putJSON(
+            "{\"zeta\": [1, {\"k\": \"v\"}], \"run_finished\": \"no\", \"current_state\": 1,"
+            " \"testcases\": [{\"testcase_current_time\": 5, \"extra\": null, \"name\": \"a\"}],"
+            " \"run_start\": 1}"));
+    store.setState(RUNNING);
+    store.setRunStart(true);
+    store.setRunFinished(true);
+    store.setTestcaseCurrentTime(0, 15);
+    store.setTestcaseTargetTime(0, 20);  // missing key: not added, file rewritten
+    const std::string expected =
+            "{\"zeta\":[1,{\"k\":\"v\"}],\"run_finished\":true,\"current_state\":2,"
+            "\"testcases\":[{\"testcase_current_time\":15,\"extra\":null,\"name\":\"a\"}],"
+            "\"run_start\":true}";
+    EXPECT_EQ(readFile(kPlanFile), expected);
+    EXPECT_EQ(takeJSON(store), expected);
+
+    // The next start adopts the file as found.
+    OstrelFSMData reloaded;
+    EXPECT_EQ(reloaded.getState(), RUNNING);
+    EXPECT_TRUE(reloaded.getRunStart());
+    EXPECT_EQ(reloaded.getTestcaseCurrentTime(0), 15);
+}
+
+TEST(OstrelFSMData, WrongTypesReadAsMissingKeys) {
+    OstrelFSMData store;
+    const char* plans[] = {
+            // numbers as strings, strings as numbers, booleans as numbers
+            "{\"current_state\":\"1\",\"run_start\":1,\"run_finished\":\"true\",\"testcases\":"
+            "[{\"select\":\"true\",\"command\":42,\"testcase_value\":\"3\",\"isRound\":1,"
+            "\"isBootTest\":\"yes\",\"testcase_current_time\":[1],\"testcase_target_time\":{},"
+            "\"testcase_current_round\":1.5,\"testcase_target_round\":99999999999}]}",
+            // arrays where objects are expected
+            "{\"current_state\":1,\"testcases\":[[1,2],\"x\",null,7]}",
+            // "testcases" not an array
+            "{\"current_state\":1,\"testcases\":{\"0\":{\"select\":true}}}",
+            "{\"current_state\":1,\"testcases\":\"many\"}",
+    };
+    for (const char* plan : plans) {
+        ASSERT_TRUE(store.putJSON(plan)) << plan;
+        EXPECT_EQ(store.getState(), plan == plans[0] ? IDLE : PREPARING);
+        EXPECT_FALSE(store.getRunStart());
+        EXPECT_FALSE(store.getRunFinished());
+        int n = store.getTestcasesLength();
+        for (int i = -1; i <= n + 1; i++) {
+            EXPECT_EQ(store.getTestcaseCommand(i), nullptr);
+            EXPECT_EQ(store.getTestcaseValue(i), 0);
+            EXPECT_FALSE(store.getTestcaseIsSelect(i));
+            EXPECT_FALSE(store.getTestcaseIsRound(i));
+            EXPECT_FALSE(store.getTestcaseIsBootTest(i));
+            EXPECT_EQ(store.getTestcaseCurrentTime(i), 0);
+            EXPECT_EQ(store.getTestcaseTargetTime(i), 0);
+            EXPECT_EQ(store.getTestcaseCurrentRound(i), 0);
+            EXPECT_EQ(store.getTestcaseTargetRound(i), 0);
+            EXPECT_TRUE(store.setTestcaseCurrentRound(i, 1));
+        }
+    }
+    // A setter replaces a value of any type in place.
+    ASSERT_TRUE(store.putJSON(plans[0]));
+    EXPECT_TRUE(store.setTestcaseTargetRound(0, -3));
+    EXPECT_EQ(store.getTestcaseTargetRound(0), -3);
+}
+
+TEST(OstrelFSMData, PutJSONKeepsThePlanOnTextThatDoesNotParse) {
+    OstrelFSMData store;
+    ASSERT_TRUE(store.putJSON("{\"not_set\": false, \"current_state\": 1, \"testcases\": []}"));
+    const std::string plan = "{\"not_set\":false,\"current_state\":1,\"testcases\":[]}";
+    std::string deep(100000, '[');
+    for (const std::string& bad : {std::string("not json"), std::string(""),
+                                   std::string("{\"a\":1} trailing"), deep,
+                                   std::string("{\"x\":") + std::string(300, '{')}) {
+        EXPECT_TRUE(store.putJSON(bad.c_str()));
+        EXPECT_EQ(takeJSON(store), plan);
+    }
+    EXPECT_FALSE(store.putJSON(nullptr));
+    EXPECT_EQ(store.getTestcasesLength(), 0);
+
+    ASSERT_TRUE(store.putJSON("{\"not_set\": true}"));
+    CaptureStderr();
+    EXPECT_EQ(store.getJSON(), nullptr);
+    EXPECT_EQ(GetCapturedStderr(),
+              "Log at OstrelFSMData: ostrel: Document is not set, null string\n");
+}
+
+TEST(OstrelFSMData, NonObjectPlanIsRefusedAndNeverWritten) {
+    OstrelFSMData store;
+    ASSERT_TRUE(store.putJSON("{\"current_state\":1,\"testcases\":[]}"));
+    store.setState(PREPARING);
+    CaptureStderr();
+    EXPECT_FALSE(store.putJSON("[1, 2, 3]"));
+    EXPECT_EQ(store.getJSON(), nullptr);
+    EXPECT_FALSE(store.writeFSMData());
+    store.setState(PREPARING);
+    EXPECT_EQ(GetCapturedStderr(),
+              "Log at OstrelFSMData: Document is empty, put NULL JSON\n"
+              "Log at OstrelFSMData: ostrel: Document is empty, null string\n"
+              "Log at OstrelFSMData: Document is empty\n"
+              "Log at OstrelFSMData: Document is empty\n");
+    EXPECT_EQ(readFile(kPlanFile), "{\"current_state\":1,\"testcases\":[]}");
+    EXPECT_EQ(store.getState(), IDLE);
+    EXPECT_EQ(store.getTestcasesLength(), 0);
+    EXPECT_FALSE(store.setTestcaseCurrentTime(0, 1));
+}
+
+// A process killed in the middle of rewriting a large plan leaves a file that still
+// loads as the old or the new plan.
+TEST(OstrelFSMData, KillDuringWriteLeavesAWholePlan) {
+    std::string words;
+    for (int i = 0; i < 40000; i++) words += "w" + std::to_string(i) + " ";
+    auto planWith = [&](int mark) {
+        return "{\"not_set\":false,\"current_state\":1,\"mark\":" + std::to_string(mark) +
+               ",\"testcases\":[{\"command\":\"" + words + "\"}]}";
+    };
+    {
+        OstrelFSMData store;
+        ASSERT_TRUE(store.putJSON(planWith(0).c_str()));
+        store.setState(PREPARING);
+    }
+    std::mt19937 rng(42);
+    for (int round = 0; round < 25; round++) {
+        pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            OstrelFSMData store;
+            for (int mark = 1;; mark++) {
+                store.putJSON(planWith(mark).c_str());
+                store.setState(PREPARING);
+            }
+        }
+        usleep(2000 + rng() % 30000);
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+
+        CaptureStderr();
+        OstrelFSMData reloaded;
+        EXPECT_EQ(GetCapturedStderr(), "") << "round " << round;
+        EXPECT_EQ(reloaded.getState(), PREPARING);
+        char* text = reloaded.getJSON();
+        ASSERT_NE(text, nullptr) << "round " << round;
+        EXPECT_NE(std::string(text).find(words), std::string::npos);
+        free(text);
+    }
 }
