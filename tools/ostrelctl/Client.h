@@ -1,0 +1,41 @@
+// ostrelctl's pieces: the output of one answer (plain text, JSON, the reply
+// log) and the commands, each a call of one IOstrel method.
+#pragma once
+
+#include <vendor/brevane/hardware/ostrel/2.0/IOstrel.h>
+
+#include <string>
+#include <vector>
+
+namespace ostrelctl {
+
+using ::android::sp;
+using ::vendor::brevane::hardware::ostrel::V2_0::IOstrel;
+using ::vendor::brevane::hardware::ostrel::V2_0::OstrelState;
+
+// Exit statuses.
+constexpr int kOk = 0;
+constexpr int kRefused = 1;    // the service answered false or an empty text
+constexpr int kUsage = 2;      // bad command line or unreadable input file
+constexpr int kTransport = 3;  // the service could not be reached or the call failed
+
+struct Options {
+    bool json = false;      // one JSON object per answer on standard output
+    bool showLog = false;   // the reply log on standard error
+    double interval = 2.0;  // watch: seconds between polls
+};
+
+// The name getState's value stands for ("IDLE", ..., or "UNKNOWN(n)").
+std::string stateName(OstrelState state);
+
+// Runs the subcommand |args[0]| with its arguments against |service|.
+int runCommand(const sp<IOstrel>& service, const std::vector<std::string>& args,
+               const Options& options);
+
+// Watches the run until it leaves RUNNING (watch.cpp).
+int watchRun(const sp<IOstrel>& service, const Options& options);
+
+// Escapes |text| as a JSON string literal.
+std::string jsonString(const std::string& text);
+
+}  // namespace ostrelctl
