@@ -26,6 +26,8 @@ using ConfigDocument =
 
 // The configuration list, rebuilt by every list query.
 extern ConfigDocument configList;
+// Parse stack of the configuration documents (their pools grow in 64 KiB chunks).
+constexpr size_t kConfigParseStack = 1024;
 
 // List query: 0 on success, -1 on failure.
 int querySilletList(Ostrel* owner);
@@ -45,6 +47,7 @@ int clearSilletConfig(Ostrel* owner);
 void logText(Ostrel* owner, FILE* stream, const char* text);
 void logTextInt(Ostrel* owner, FILE* stream, const char* format, int value);
 void logTextIntStr(Ostrel* owner, FILE* stream, const char* format, int value, const char* text);
+void logTextStr(Ostrel* owner, FILE* stream, const char* format, const char* text);
 void logTextSize(Ostrel* owner, FILE* stream, const char* format, unsigned long size);
 
 }  // namespace core
