@@ -1,0 +1,160 @@
+// The crash-history monitor: while a run is active, every change of the device's
+// crash-history files appends their last line to the run's history copy, which
+// is moved beside the result archive at the end of the run.
+#include <android/log.h>
+#include <sys/inotify.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "OstrelFSM.h"
+
+namespace vendor {
+namespace brevane {
+namespace hardware {
+namespace ostrel {
+namespace core {
+
+namespace {
+
+constexpr uint32_t kWatchMask = IN_MODIFY | IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr uint32_t kSkippedEvents = IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED;
+constexpr size_t kEventBufferSize = 1024;
+
+struct WatchedFile {
+    const char* path;
+    int wd;
+    bool readableAtStart;
+};
+
+}  // namespace
+
+void OstrelFSM::monitorDBHistoryThread() {
+    char buf[kEventBufferSize];
+    memset(buf, 0, sizeof(buf));
+    int fd = inotify_init();
+    if (fd < 0) {
+        int err = errno;
+        error("ostrel: inotify_init (errno:%d, %s)\n", err, strerror(err));
+        return;
+    }
+    WatchedFile files[2] = {
+            {kShortHistoryPath, -1, access(kShortHistoryPath, R_OK) == 0},
+            {kLongHistoryPath, -1, access(kLongHistoryPath, R_OK) == 0},
+    };
+    if (!threadsRunning.load()) {
+        close(fd);
+        return;
+    }
+    do {
+        for (WatchedFile& f : files) {
+            if (f.wd != -1 || access(f.path, R_OK) != 0) continue;
+            f.wd = inotify_add_watch(fd, f.path, kWatchMask);
+            if (f.wd == -1) {
+                int err = errno;
+                error("ostrel: inotify_add_watch %s (errno:%d, %s)\n", f.path, err,
+                      strerror(err));
+            }
+            // A file that appeared during the run holds a new crash already.
+            // While its watch keeps failing this is repeated on every pass.
+            if (!f.readableAtStart) appendLastLine(f.path);
+        }
+        // A missing file is looked for again every second.
+        bool bothWatched = files[0].wd != -1 && files[1].wd != -1;
+        struct timeval timeout = {bothWatched ? 10 : 1, 0};
+        fd_set readSet;
+        FD_ZERO(&readSet);
+        FD_SET(fd, &readSet);
+        if (select(fd + 1, &readSet, nullptr, nullptr, &timeout) < 1) continue;
+
+        ssize_t n = read(fd, buf, sizeof(buf) - 1);
+        for (ssize_t off = 0; n >= 1 && off < n;) {
+            struct inotify_event event;
+            memcpy(&event, buf + off, sizeof(event));
+            off += sizeof(struct inotify_event) + event.len;
+            if (event.mask & kSkippedEvents) continue;
+            if (event.wd == files[0].wd) {
+                appendLastLine(files[0].path);
+            } else if (event.wd == files[1].wd) {
+                appendLastLine(files[1].path);
+            }
+        }
+        memset(buf, 0, sizeof(buf));
+    } while (threadsRunning.load());
+
+    for (WatchedFile& f : files) {
+        if (f.wd >= 1) inotify_rm_watch(fd, f.wd);
+    }
+    close(fd);
+}
+
+std::string OstrelFSM::getLastLine(std::string path) {
+    FILE* fp = fopen(path.c_str(), "r");
+    if (fp == nullptr) return "";
+    std::string line;
+    // Only the end of the file is read: back from the last byte (a final
+    // newline excluded) to the newline before the last line.
+    if (fseek(fp, -1, SEEK_END) == 0) {
+        if (fgetc(fp) == '\n') fseek(fp, -2, SEEK_END);
+        else fseek(fp, -1, SEEK_END);
+        long pos = ftell(fp);
+        long start = 0;
+        for (; pos >= 0; pos--) {
+            if (fseek(fp, pos, SEEK_SET) != 0) break;
+            if (fgetc(fp) == '\n') {
+                start = pos + 1;
+                break;
+            }
+        }
+        fseek(fp, start, SEEK_SET);
+        int c;
+        while ((c = fgetc(fp)) != EOF && c != '\n') line.push_back(static_cast<char>(c));
+    }
+    fclose(fp);
+    return line;
+}
+
+bool OstrelFSM::appendLastLine(std::string path) {
+    FILE* fp = fopen(kHistoryCopy, "ab");
+    if (fp == nullptr) {
+        int err = errno;
+        error("ostrel: open %s (errno:%d, %s)\n", kHistoryCopy, err, strerror(err));
+        return false;
+    }
+    OSTREL_CHECK(fseek(fp, 0, SEEK_END) != -1, "fseek(fp, 0, SEEK_END) != -1", 97);
+    std::string lastLine = getLastLine(path);
+    if (!lastLine.empty()) {
+        OSTREL_CHECK(fputs(lastLine.c_str(), fp) != EOF, "fputs(lastLine.c_str(), fp) != EOF",
+                     101);
+        OSTREL_CHECK(fputc('\n', fp) != EOF, "fputc('\\n', fp) != EOF", 102);
+    }
+    if (ferror(fp)) error("ostrel: write %s \n", kHistoryCopy);
+    OSTREL_CHECK(fclose(fp) == 0, "fclose(fp) == 0", 107);
+    return true;
+}
+
+bool OstrelFSM::saveDBHistory(char* hisfilename) {
+    if (rename(kHistoryCopy, hisfilename) != 0) {
+        int err = errno;
+        error("ostrel: rename %s to %s (errno:%d, %s)\n", kHistoryCopy, hisfilename, err,
+              strerror(err));
+        hisfilename[0] = '\0';
+        return false;
+    }
+    if (chmod(hisfilename, 0664) == -1) {
+        int err = errno;
+        error("ostrel: chmod %s (errno:%d, %s)\n", hisfilename, err, strerror(err));
+    }
+    __android_log_print(ANDROID_LOG_INFO, kFsmLogTag, "ostrel: save %s completed\n", hisfilename);
+    return true;
+}
+
+}  // namespace core
+}  // namespace ostrel
+}  // namespace hardware
+}  // namespace brevane
+}  // namespace vendor

@@ -1,0 +1,83 @@
+// The test-case runner: one executor command line from all selected test cases,
+// each followed by what is left of it, then the executor and the run's threads.
+#include <cctype>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "OstrelFSM.h"
+
+namespace vendor {
+namespace brevane {
+namespace hardware {
+namespace ostrel {
+namespace core {
+
+namespace {
+
+// Hours left of a time-based test case, rounded up: r / 3600 truncated toward
+// zero, plus one when r is no exact multiple. A negative r follows the same rule.
+int hoursLeft(int targetTime, int currentTime) {
+    int r = static_cast<int>(static_cast<uint32_t>(targetTime) - static_cast<uint32_t>(currentTime));
+    return r / 3600 + (r % 3600 != 0 ? 1 : 0);
+}
+
+// Words at white space; runs of white space are one separator, no quoting.
+std::vector<std::string> splitWords(const std::string& line) {
+    std::vector<std::string> words;
+    std::string word;
+    for (char c : line) {
+        if (isspace(static_cast<unsigned char>(c))) {
+            if (!word.empty()) words.push_back(std::move(word));
+            word.clear();
+        } else {
+            word.push_back(c);
+        }
+    }
+    if (!word.empty()) words.push_back(std::move(word));
+    return words;
+}
+
+}  // namespace
+
+bool OstrelFSM::runTestcases() {
+    std::ostringstream cmd;
+    cmd << kExecutorPath;
+    for (int i = 0; i < data.getTestcasesLength(); i++) {
+        if (!data.getTestcaseIsSelect(i)) continue;
+        cmd << " ";
+        const char* command = data.getTestcaseCommand(i);
+        if (command == nullptr) {
+            // Kept in the line all the same: a blank, a second blank and the count.
+            error("ostrel: error executor command: %s\n", cmd.str().c_str());
+        }
+        cmd << (command ? command : "") << " ";
+        if (data.getTestcaseIsRound(i)) {
+            cmd << static_cast<int>(static_cast<uint32_t>(data.getTestcaseTargetRound(i)) -
+                                    static_cast<uint32_t>(data.getTestcaseCurrentRound(i)));
+        } else {
+            cmd << hoursLeft(data.getTestcaseTargetTime(i), data.getTestcaseCurrentTime(i));
+        }
+    }
+    std::string line = cmd.str();
+    error("ostrel: run executor command: %s\n", line.c_str());
+
+    std::vector<std::string> words = splitWords(line);
+    char** argv = new char*[words.size() + 1];
+    for (size_t w = 0; w < words.size(); w++) argv[w] = &words[w][0];
+    argv[words.size()] = nullptr;
+    // Without an executor the run ends only by runFinished or runAbort.
+    forkAndExec(argv);
+    delete[] argv;
+
+    threadsRunning.store(true);
+    tickThreadHandle = new std::thread(&OstrelFSM::tickThread, this);
+    monitorThreadHandle = new std::thread(&OstrelFSM::monitorDBHistoryThread, this);
+    return true;
+}
+
+}  // namespace core
+}  // namespace ostrel
+}  // namespace hardware
+}  // namespace brevane
+}  // namespace vendor

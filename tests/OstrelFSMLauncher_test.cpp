@@ -1,0 +1,165 @@
+// The executor launcher with the real stand-in executor: the process tree, every
+// way the executor can end, and what the supervisor leaves behind.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include "RunSupport.h"
+
+using namespace vendor::brevane::hardware::ostrel::core;
+using namespace ostrel_test;
+
+namespace {
+
+// Starts the supervisor for |words| (the program path first) and returns its id.
+pid_t launch(OstrelFSM& m, std::vector<std::string> words) {
+    char** argv = new char*[words.size() + 1];
+    for (size_t i = 0; i < words.size(); i++) argv[i] = &words[i][0];
+    argv[words.size()] = nullptr;
+    EXPECT_TRUE(m.forkAndExec(argv));
+    delete[] argv;
+    return m.executorPid();
+}
+
+// Waits for the supervisor and returns its raw wait status.
+int reap(pid_t supervisor) {
+    int status = -1;
+    EXPECT_EQ(waitpid(supervisor, &status, 0), supervisor);
+    return status;
+}
+
+std::string line(const std::string& message) {
+    return "Log at OstrelFSM: " + message + "\n";
+}
+
+}  // namespace
+
+TEST(OstrelFSMLauncher, ExecutorExitCodeIsReportedAndGroupIsKilled) {
+    OstrelFSM& m = newMachine();
+    StderrCapture err;
+    pid_t sup = launch(m, {kExecutorPath, "child", "60", "1", "detach", "60", "1", "exit", "3", "1"});
+    ASSERT_GE(sup, 1);
+    EXPECT_EQ(m.executorPid(), sup);
+    int status = reap(sup);
+    err.restore();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+
+    std::string log = executorLog();
+    pid_t exec = numberAfter(log, "kelbrun: pid ");
+    // The executor runs in the supervisor's group, which is its own session.
+    EXPECT_EQ(numberAfter(log, "group "), sup);
+    EXPECT_NE(log.find("kelbrun: exit 3 (1 left)\n"), std::string::npos) << log;
+    EXPECT_NE(err.text().find(line("ostrel: process " + std::to_string(exec) +
+                                   " back, status 0x0300") +
+                              line("ostrel: delete process group: -" + std::to_string(sup))),
+              std::string::npos)
+            << err.text();
+
+    // The child that stayed in the group died with it; the one that left survives.
+    pid_t stayed = numberAfter(log, "kelbrun: child ");
+    pid_t left = numberAfter(log, "kelbrun: detached child ");
+    ASSERT_GT(stayed, 0);
+    ASSERT_GT(left, 0);
+    EXPECT_TRUE(waitFor([&] { return !isLive(stayed); }, 5));
+    EXPECT_TRUE(liveGroupMembers(sup).empty());
+    EXPECT_TRUE(isLive(left));
+    pid_t leftGroup = 0;
+    processState(left, &leftGroup);
+    EXPECT_EQ(leftGroup, left);
+    kill(left, SIGKILL);
+}
+
+TEST(OstrelFSMLauncher, ExecutorKilledBySignalIsReportedWithTheSignal) {
+    OstrelFSM& m = newMachine();
+    StderrCapture err;
+    pid_t sup = launch(m, {kExecutorPath, "signal", "SEGV", "1"});
+    int status = reap(sup);
+    err.restore();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    pid_t exec = numberAfter(executorLog(), "kelbrun: pid ");
+    EXPECT_NE(err.text().find(line("ostrel: process " + std::to_string(exec) +
+                                   " back, status 0x000B")),
+              std::string::npos)
+            << err.text();
+}
+
+TEST(OstrelFSMLauncher, MissingProgramEndsTheRunAtOnce) {
+    OstrelFSM& m = newMachine();
+    StderrCapture err;
+    pid_t sup = launch(m, {"/vendor/bin/no-such-executor", "say", "x", "1"});
+    int status = reap(sup);
+    err.restore();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    // The executor's standard error is the log file by the time exec fails.
+    EXPECT_EQ(executorLog(), line("ostrel: execvp /vendor/bin/no-such-executor should not be "
+                                  "here!! (errno:2, No such file or directory)"));
+    EXPECT_NE(err.text().find(" back, status 0x0100\n"), std::string::npos) << err.text();
+    EXPECT_EQ(err.text().find("execvp"), std::string::npos);
+}
+
+TEST(OstrelFSMLauncher, GroupSignalEndsSupervisorWithoutReport) {
+    OstrelFSM& m = newMachine();
+    StderrCapture err;
+    pid_t sup = launch(m, {kExecutorPath, "sleep", "60", "1"});
+    ASSERT_GT(waitForExecutor(), 0);
+    ASSERT_EQ(kill(-sup, SIGTERM), 0);
+    int status = reap(sup);
+    err.restore();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+    EXPECT_EQ(err.text().find("back, status"), std::string::npos) << err.text();
+    EXPECT_TRUE(waitFor([&] { return liveGroupMembers(sup).empty(); }, 5));
+}
+
+TEST(OstrelFSMLauncher, StopAndContinueDoNotEndTheRun) {
+    OstrelFSM& m = newMachine();
+    StderrCapture err;
+    pid_t sup = launch(m, {kExecutorPath, "sleep", "1", "2", "say", "resumed", "1"});
+    pid_t exec = waitForExecutor();
+    ASSERT_GT(exec, 0);
+    ASSERT_EQ(kill(exec, SIGSTOP), 0);
+    EXPECT_TRUE(waitFor([&] { return processState(exec) == 'T'; }, 5));
+    usleep(300 * 1000);
+    int status = 0;
+    EXPECT_EQ(waitpid(sup, &status, WNOHANG), 0) << "the supervisor took a stop for the end";
+    ASSERT_EQ(kill(exec, SIGCONT), 0);
+    usleep(300 * 1000);
+    EXPECT_EQ(waitpid(sup, &status, WNOHANG), 0) << "the supervisor took a continue for the end";
+    status = reap(sup);
+    err.restore();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    EXPECT_NE(executorLog().find("kelbrun: say resumed, round 1 of 1\nkelbrun: done\n"),
+              std::string::npos)
+            << executorLog();
+    EXPECT_NE(err.text().find(line("ostrel: process " + std::to_string(exec) +
+                                   " back, status 0x0000")),
+              std::string::npos)
+            << err.text();
+}
+
+TEST(OstrelFSMLauncher, LogIsAppendedAndMissingWorkDirectoryFallsBackToOwnOutput) {
+    OstrelFSM& m = newMachine();
+    reap(launch(m, {kExecutorPath, "say", "first", "1"}));
+    reap(launch(m, {kExecutorPath, "say", "second", "1"}));
+    std::string log = executorLog();
+    size_t first = log.find("kelbrun: say first, round 1 of 1\n");
+    size_t second = log.find("kelbrun: say second, round 1 of 1\n");
+    ASSERT_NE(first, std::string::npos) << log;
+    ASSERT_NE(second, std::string::npos) << log;
+    EXPECT_LT(first, second);
+    struct stat st;
+    ASSERT_EQ(stat(kExecutorLogFile, &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+
+    ASSERT_EQ(m.remove_files(kExecutorDir), 0);
+    ASSERT_EQ(rmdir(kExecutorDir), 0);
+    StderrCapture err;
+    StderrCapture out(STDOUT_FILENO);
+    reap(launch(m, {kExecutorPath, "say", "third", "1"}));
+    out.restore();
+    err.restore();
+    EXPECT_NE(err.text().find(line("ostrel: Cannot create /data/vendor/qav/kelbrun/kelbrun_log.txt "
+                                   "(errno:2, No such file or directory)\n")),
+              std::string::npos)
+            << err.text();
+    EXPECT_NE(out.text().find("kelbrun: say third, round 1 of 1\n"), std::string::npos);
+}
