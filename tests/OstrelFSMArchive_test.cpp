@@ -1,0 +1,150 @@
+// The result archive as Debian's unzip reads it, and the clearing of a tree.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "RunSupport.h"
+
+using namespace vendor::brevane::hardware::ostrel::core;
+using namespace ostrel_test;
+
+namespace {
+
+const std::string kZip = std::string(FSM_RESULT_DIR) + "/QAV20240131_235959.zip";
+
+std::string pack(OstrelFSM& m, std::string name, bool* ok = nullptr) {
+    std::vector<char> buf(name.begin(), name.end());
+    buf.resize(4097, '\0');
+    bool result = m.packResults(buf.data());
+    if (ok) *ok = result;
+    return buf.data();
+}
+
+// The entries that a directory walk in readdir order gives for |dir|, each
+// subdirectory before and again after its contents.
+void walk(const std::string& dir, std::vector<std::string>* names) {
+    const std::string name = dir.substr(strlen("/data/vendor/"));
+    names->push_back(name + "/");
+    DIR* d = opendir(dir.c_str());
+    while (struct dirent* e = readdir(d)) {
+        std::string entry = e->d_name;
+        if (entry == "." || entry == "..") continue;
+        if (e->d_type == DT_DIR) {
+            walk(dir + "/" + entry, names);
+            names->push_back(name + "/" + entry + "/");
+        } else {
+            names->push_back(name + "/" + entry);
+        }
+    }
+    closedir(d);
+}
+
+}  // namespace
+
+TEST(OstrelFSMArchive, NestedDirectoriesStandBeforeAndAfterTheirContents) {
+    OstrelFSM& m = newMachine();  // writes the plan file, the data directory's only file
+    ASSERT_EQ(mkdir("/data/vendor/qav/kelbrun/out", 0755), 0);
+    ASSERT_EQ(mkdir("/data/vendor/qav/kelbrun/out/deep", 0755), 0);
+    writeFile("/data/vendor/qav/kelbrun/out/deep/x.txt", "x\n");
+
+    StderrCapture err;
+    bool ok = false;
+    EXPECT_EQ(pack(m, kZip, &ok), kZip);
+    err.restore();
+    EXPECT_TRUE(ok);
+    // Only the platform log hears of it (on a host liblog prints it to stderr).
+    EXPECT_EQ(err.text().find("Log at"), std::string::npos) << err.text();
+    EXPECT_NE(err.text().find(" ostrel: pack " + kZip + " completed\n"), std::string::npos);
+    EXPECT_EQ(zipEntries(kZip), (std::vector<std::string>{
+                                        "qav/data/",
+                                        "qav/data/ostreldata.txt",
+                                        "qav/kelbrun/",
+                                        "qav/kelbrun/out/",
+                                        "qav/kelbrun/out/deep/",
+                                        "qav/kelbrun/out/deep/x.txt",
+                                        "qav/kelbrun/out/deep/",
+                                        "qav/kelbrun/out/",
+                                }));
+    EXPECT_EQ(zipContent(kZip, "qav/kelbrun/out/deep/x.txt"), "x\n");
+    EXPECT_EQ(zipContent(kZip, "qav/data/ostreldata.txt"), readFile(kPlanFile));
+    // Every entry is deflated, directories included.
+    std::string listing = runTool({"zipinfo", kZip});
+    EXPECT_EQ(listing.find(" stor "), std::string::npos) << listing;
+    struct stat st;
+    ASSERT_EQ(stat(kZip.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0664u);
+}
+
+TEST(OstrelFSMArchive, FilesKeepTheirBytesInReaddirOrder) {
+    OstrelFSM& m = newMachine();
+    std::string big;
+    for (int i = 0; big.size() < 200 * 1024; i++) big += std::to_string(i * 7919) + ",";
+    writeFile(kHistoryCopy, "crash 1\ncrash 2\n");
+    writeFile(kExecutorLogFile, "kelbrun: done\n");
+    writeFile("/data/vendor/qav/kelbrun/big.bin", big);
+    ASSERT_EQ(mkdir("/data/vendor/qav/kelbrun/a", 0755), 0);
+    writeFile("/data/vendor/qav/kelbrun/a/one", "1");
+    writeFile("/data/vendor/qav/kelbrun/a/two", "");
+    // A file that cannot be opened stays in the archive, empty.
+    ASSERT_EQ(symlink("/nowhere", "/data/vendor/qav/kelbrun/dangling"), 0);
+
+    // An existing archive of the same name is replaced.
+    writeFile(kZip, "old");
+    EXPECT_EQ(pack(m, kZip), kZip);
+    std::vector<std::string> expected;
+    walk(kPlanDataDir, &expected);
+    walk(kExecutorDir, &expected);
+    EXPECT_EQ(zipEntries(kZip), expected);
+    EXPECT_EQ(zipContent(kZip, "qav/data/db_history"), "crash 1\ncrash 2\n");
+    EXPECT_EQ(zipContent(kZip, "qav/kelbrun/kelbrun_log.txt"), "kelbrun: done\n");
+    EXPECT_EQ(zipContent(kZip, "qav/kelbrun/big.bin"), big);
+    EXPECT_EQ(zipContent(kZip, "qav/kelbrun/a/one"), "1");
+    EXPECT_EQ(zipContent(kZip, "qav/kelbrun/dangling"), "");
+}
+
+TEST(OstrelFSMArchive, MissingDirectoriesAreReportedAndLeftOut) {
+    OstrelFSM& m = newMachine();
+    ASSERT_EQ(rmdir(kExecutorDir), 0);
+    StderrCapture err;
+    EXPECT_EQ(pack(m, kZip), kZip);
+    EXPECT_EQ(zipEntries(kZip),
+              (std::vector<std::string>{"qav/data/", "qav/data/ostreldata.txt"}));
+
+    // Without the result directory nothing is written and the name is emptied.
+    ASSERT_EQ(unlink(kZip.c_str()), 0);
+    ASSERT_EQ(rmdir(FSM_RESULT_DIR), 0);
+    bool ok = true;
+    EXPECT_EQ(pack(m, std::string(FSM_RESULT_DIR) + "/QAV1A2B3C4D.zip", &ok), "");
+    err.restore();
+    EXPECT_FALSE(ok);
+    EXPECT_NE(err.text().find(
+              "Log at OstrelFSM: ostrel: can't read directory /data/vendor/qav/kelbrun\n\n"),
+              std::string::npos)
+            << err.text();
+    EXPECT_NE(err.text().find(
+              "Log at OstrelFSM: ostrel: open file /data/vendor/qav/results/QAV1A2B3C4D.zip "
+              "(errno:2, No such file or directory)\n\n"),
+              std::string::npos)
+            << err.text();
+}
+
+TEST(OstrelFSMArchive, RemoveFilesEmptiesTheTreeButKeepsItsRoot) {
+    OstrelFSM& m = newMachine();
+    ASSERT_EQ(mkdir("/data/vendor/qav/kelbrun/out", 0755), 0);
+    ASSERT_EQ(mkdir("/data/vendor/qav/kelbrun/out/deep", 0755), 0);
+    writeFile("/data/vendor/qav/kelbrun/out/deep/x.txt", "x");
+    writeFile("/data/vendor/qav/kelbrun/out/y", "y");
+    writeFile(kExecutorLogFile, "log");
+    ASSERT_EQ(symlink("/data/vendor/qav/data", "/data/vendor/qav/kelbrun/link"), 0);
+
+    EXPECT_EQ(m.remove_files(kExecutorDir), 0);
+    std::vector<std::string> left;
+    walk(kExecutorDir, &left);
+    EXPECT_EQ(left, std::vector<std::string>{"qav/kelbrun/"});
+    // A link is removed, not followed.
+    EXPECT_TRUE(fileExists(kPlanFile));
+
+    StderrCapture err;
+    EXPECT_EQ(m.remove_files("/data/vendor/qav/none"), -1);
+    err.restore();
+    EXPECT_EQ(err.text(), "Log at OstrelFSM: ostrel: can't read directory /data/vendor/qav/none\n\n");
+}

@@ -1,0 +1,156 @@
+// The crash-history copy: last lines, appends, the move beside the archive, and
+// the monitor thread of a real run watching real files with inotify.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "RunSupport.h"
+
+using namespace vendor::brevane::hardware::ostrel::core;
+using namespace ostrel_test;
+
+namespace {
+
+void appendFile(const std::string& path, const std::string& text) {
+    int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0644);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    close(fd);
+}
+
+// Rewrites the first bytes of |path| with what they already are: a change
+// without a new line.
+void rewriteInPlace(const std::string& path) {
+    std::string text = readFile(path);
+    int fd = open(path.c_str(), O_WRONLY);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    close(fd);
+}
+
+bool copyBecomes(const std::string& expected, double seconds = 3) {
+    return waitFor([&] { return readFile(kHistoryCopy) == expected; }, seconds);
+}
+
+// A run that keeps going (its executor sleeps) with the monitor watching.
+OstrelFSM& startRun() {
+    Testcase t;
+    t.command = "\"sleep 120\"";
+    writePlan(planJson(PREPARING, false, false, {t}));
+    OstrelFSM& m = newMachine();
+    EXPECT_TRUE(m.sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    EXPECT_EQ(m.getState(), RUNNING);
+    EXPECT_EQ(readFile(kHistoryCopy), "");
+    return m;
+}
+
+}  // namespace
+
+TEST(OstrelFSMHistory, LastLineIsReadFromTheEndOfTheFile) {
+    OstrelFSM& m = newMachine();
+    const std::string f = "/data/fyr_exp/db_history";
+    const std::vector<std::pair<std::string, std::string>> cases = {
+            {"one\ntwo\n", "two"}, {"one\ntwo", "two"}, {"only", "only"}, {"only\n", "only"},
+            {"", ""},              {"one\n\n", ""},     {"\n", ""},
+    };
+    for (const auto& c : cases) {
+        writeFile(f, c.first);
+        EXPECT_EQ(m.getLastLine(f), c.second) << "file: " << c.first;
+    }
+    std::string big(3 * 1024 * 1024, 'x');
+    writeFile(f, big + "\nlast line\n");
+    EXPECT_EQ(m.getLastLine(f), "last line");
+    EXPECT_EQ(m.getLastLine("/data/fyr_exp/none"), "");
+}
+
+TEST(OstrelFSMHistory, AppendAddsTheLastLineWithANewlineEachTime) {
+    OstrelFSM& m = newMachine();
+    const std::string f = "/data/vendor/brvlog/fyr_exp/db_history";
+    writeFile(f, "old\nnew crash");
+    EXPECT_TRUE(m.appendLastLine(f));
+    EXPECT_TRUE(m.appendLastLine(f));
+    writeFile(f, "");
+    EXPECT_TRUE(m.appendLastLine(f));
+    EXPECT_TRUE(m.appendLastLine("/data/vendor/brvlog/fyr_exp/none"));
+    EXPECT_EQ(readFile(kHistoryCopy), "new crash\nnew crash\n");
+
+    ASSERT_EQ(unlink(kHistoryCopy), 0);
+    ASSERT_EQ(mkdir(kHistoryCopy, 0755), 0);
+    StderrCapture err;
+    EXPECT_FALSE(m.appendLastLine(f));
+    err.restore();
+    EXPECT_EQ(err.text(), "Log at OstrelFSM: ostrel: open /data/vendor/qav/data/db_history "
+                          "(errno:21, Is a directory)\n\n");
+}
+
+TEST(OstrelFSMHistory, SaveMovesTheCopyBesideTheArchive) {
+    OstrelFSM& m = newMachine();
+    char name[4097] = "/data/vendor/qav/results/QAV1A2B3C4D.db_history";
+    StderrCapture err;
+    EXPECT_FALSE(m.saveDBHistory(name));
+    EXPECT_EQ(name[0], '\0');
+    EXPECT_NE(err.text().find("Log at OstrelFSM: ostrel: rename /data/vendor/qav/data/db_history "
+                              "to /data/vendor/qav/results/QAV1A2B3C4D.db_history (errno:2, No "
+                              "such file or directory)\n\n"),
+              std::string::npos)
+            << err.text();
+
+    umask(077);
+    writeFile(kHistoryCopy, "crash 1\n");
+    strcpy(name, "/data/vendor/qav/results/QAV1A2B3C4D.db_history");
+    EXPECT_TRUE(m.saveDBHistory(name));
+    err.restore();
+    EXPECT_STREQ(name, "/data/vendor/qav/results/QAV1A2B3C4D.db_history");
+    EXPECT_FALSE(fileExists(kHistoryCopy));
+    EXPECT_EQ(readFile(name), "crash 1\n");
+    struct stat st;
+    ASSERT_EQ(stat(name, &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0664u);
+    EXPECT_NE(err.text().find(" ostrel: save /data/vendor/qav/results/QAV1A2B3C4D.db_history "
+                              "completed\n"),
+              std::string::npos);
+    EXPECT_EQ(err.text().find("Log at OstrelFSM: ostrel: save"), std::string::npos);
+}
+
+TEST(OstrelFSMHistory, MonitorCopiesEveryChangeOfBothFiles) {
+    writeFile(kShortHistoryPath, "old short\n");
+    writeFile(kLongHistoryPath, "old long\n");
+    startRun();
+    // Files present from the start are copied only when they change.
+    usleep(1500 * 1000);
+    EXPECT_EQ(readFile(kHistoryCopy), "");
+    appendFile(kShortHistoryPath, "short 1\n");
+    EXPECT_TRUE(copyBecomes("short 1\n")) << readFile(kHistoryCopy);
+    appendFile(kLongHistoryPath, "long 1");
+    EXPECT_TRUE(copyBecomes("short 1\nlong 1\n")) << readFile(kHistoryCopy);
+    // A change that adds no line copies the same last line again.
+    rewriteInPlace(kShortHistoryPath);
+    EXPECT_TRUE(copyBecomes("short 1\nlong 1\nshort 1\n")) << readFile(kHistoryCopy);
+}
+
+TEST(OstrelFSMHistory, MonitorCopiesAFileThatAppearsDuringTheRun) {
+    startRun();
+    usleep(300 * 1000);
+    // Within about a second the new file is watched and its last line is a crash.
+    writeFile(kLongHistoryPath, "first\nsecond\n");
+    EXPECT_TRUE(copyBecomes("second\n", 2.5)) << readFile(kHistoryCopy);
+    appendFile(kLongHistoryPath, "third\n");
+    EXPECT_TRUE(copyBecomes("second\nthird\n")) << readFile(kHistoryCopy);
+    usleep(1500 * 1000);
+    EXPECT_EQ(readFile(kHistoryCopy), "second\nthird\n");
+}
+
+TEST(OstrelFSMHistory, MonitorForgetsAFileDeletedDuringTheRun) {
+    writeFile(kShortHistoryPath, "old\n");
+    startRun();
+    usleep(300 * 1000);
+    appendFile(kShortHistoryPath, "before\n");
+    EXPECT_TRUE(copyBecomes("before\n")) << readFile(kHistoryCopy);
+    ASSERT_EQ(unlink(kShortHistoryPath), 0);
+    usleep(300 * 1000);
+    writeFile(kShortHistoryPath, "anew\n");
+    usleep(1500 * 1000);
+    appendFile(kShortHistoryPath, "after\n");
+    usleep(1500 * 1000);
+    EXPECT_EQ(readFile(kHistoryCopy), "before\n");
+}
