@@ -148,3 +148,19 @@ TEST(OstrelFSMArchive, RemoveFilesEmptiesTheTreeButKeepsItsRoot) {
     err.restore();
     EXPECT_EQ(err.text(), "Log at OstrelFSM: ostrel: can't read directory /data/vendor/qav/none\n\n");
 }
+
+TEST(OstrelFSMArchive, FailedCloseOfTheArchiveIsReportedAsAnAssertionLine) {
+    OstrelFSM& m = newMachine();
+    ASSERT_EQ(symlink("/dev/full", kZip.c_str()), 0);
+    StderrCapture err;
+    bool ok = false;
+    EXPECT_EQ(pack(m, kZip, &ok), kZip);
+    err.restore();
+    EXPECT_TRUE(ok);
+    EXPECT_NE(err.text().find("Log at OstrelFSM: ostrel: Exp=fclose(fp) == 0 Line:898 Func:bool "
+                              "vendor::brevane::hardware::ostrel::core::OstrelFSM::packResults("
+                              "char *)\n"),
+              std::string::npos)
+            << err.text();
+    EXPECT_NE(err.text().find(" ostrel: pack " + kZip + " completed\n"), std::string::npos);
+}

@@ -154,3 +154,17 @@ TEST(OstrelFSMHistory, MonitorForgetsAFileDeletedDuringTheRun) {
     usleep(1500 * 1000);
     EXPECT_EQ(readFile(kHistoryCopy), "before\n");
 }
+
+TEST(OstrelFSMHistory, FailedWriteOfTheCopyIsReportedAsAnAssertionLine) {
+    OstrelFSM& m = newMachine();
+    writeFile(kShortHistoryPath, "crash\n");
+    ASSERT_EQ(symlink("/dev/full", kHistoryCopy), 0);
+    StderrCapture err;
+    EXPECT_TRUE(m.appendLastLine(kShortHistoryPath));
+    err.restore();
+    EXPECT_NE(err.text().find("Log at OstrelFSM: ostrel: Exp=fclose(fp) == 0 Line:107 Func:bool "
+                              "vendor::brevane::hardware::ostrel::core::OstrelFSM::appendLastLine("
+                              "std::string)\n"),
+              std::string::npos)
+            << err.text();
+}
