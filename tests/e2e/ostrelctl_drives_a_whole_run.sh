@@ -43,7 +43,7 @@ status=0
 timeout 60 "$OSTRELCTL" --interval 0.5 watch > /tmp/watch.out || status=$?
 check "watch ends once the run leaves RUNNING, exit 0" "0" "$status"
 check "watch starts in RUNNING with one bar per selected test case" \
-    "$(printf 'state: RUNNING\n  [..............................]   0%%  0/2 rounds  greeting\n  [..............................]   0%%  0/1 rounds  crash')" \
+    "$(printf 'state: RUNNING\n  [..............................]   0%%  0/2 rounds (run by the executor, not counted)  greeting\n  [..............................]   0%%  0/1 rounds (run by the executor, not counted)  crash')" \
     "$(head -3 /tmp/watch.out)"
 check "watch ends showing COMPLETING" "state: COMPLETING" "$(grep '^state:' /tmp/watch.out | tail -1)"
 

@@ -64,8 +64,11 @@ std::string progressLines(const std::string& plan) {
         if (boolMember(tc, "isRound")) {
             int cur = intMember(tc, "testcase_current_round");
             int target = intMember(tc, "testcase_target_round");
+            // The planner counts the rounds of boot tests only (one per boot);
+            // other rounds are run out by the executor itself.
+            bool boots = boolMember(tc, "isBootTest");
             snprintf(amount, sizeof(amount), "%d/%d %s", cur, target,
-                     boolMember(tc, "isBootTest") ? "boots" : "rounds");
+                     boots ? "boots" : "rounds (run by the executor, not counted)");
             out << "  " << bar(cur, target);
         } else {
             int cur = intMember(tc, "testcase_current_time");
