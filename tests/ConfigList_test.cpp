@@ -61,11 +61,11 @@ TEST(ConfigList, BuiltInCatalogueHasTheListShape) {
         std::string selects;
     };
     const std::string rail = "ftff";
-    const Shape shapes[14] = {{0, false, "t"},   {0, false, "f"},          {11, true, "ttttttttttt"},
-                              {2, true, "tf"},   {0, false, "t"},          {4, false, rail},
-                              {4, false, rail},  {4, false, rail},         {4, false, rail},
-                              {4, false, rail},  {8, true, "tttttttt"},    {0, false, "t"},
-                              {0, false, "t"},   {0, false, "t"}};
+    const Shape shapes[14] = {{0, false, "t"},  {0, false, "f"},       {11, true, "ttttttttttt"},
+                              {2, true, "tf"},  {0, false, "t"},       {4, false, rail},
+                              {4, false, rail}, {4, false, rail},      {4, false, rail},
+                              {4, false, rail}, {8, true, "tttttttt"}, {0, false, "t"},
+                              {0, false, "t"},  {0, false, "t"}};
     unsigned members = 0;
     int oddPrefixes = 0;
     for (unsigned i = 0; i < 14; i++) {
@@ -165,8 +165,12 @@ TEST(ConfigList, NameMatchesOnlyAtItsFirstOccurrenceAndAtAWordEnd) {
 }
 
 TEST(ConfigList, MalformedLineEndsTheParseKeepingEarlierLines) {
-    const char* malformed[] = {"-3 Enable hw_watchdog\n", "Enable hw_watchdog\n",
-                               "5Enable hw_watchdog\n", "5 \n", "\n", "7\n"};
+    const char* malformed[] = {"-3 Enable hw_watchdog\n",
+                               "Enable hw_watchdog\n",
+                               "5Enable hw_watchdog\n",
+                               "5 \n",
+                               "\n",
+                               "7\n"};
     for (const char* line : malformed) {
         SCOPED_TRACE(line);
         ReplyLog log;
@@ -194,7 +198,8 @@ TEST(ConfigList, BytesThatAreNotUtf8AreKeptAsTheyCame) {
     std::string output(raw, sizeof(raw) - 1);
     ASSERT_EQ(parse(output), 0);
     ASSERT_EQ(entries().Size(), 16u);
-    EXPECT_EQ(json(entries()[14]), "{\"name\":\"Enable \xff\xfe_nvram\",\"select\":false,\"num\":7}");
+    EXPECT_EQ(json(entries()[14]),
+              "{\"name\":\"Enable \xff\xfe_nvram\",\"select\":false,\"num\":7}");
     EXPECT_EQ(json(entries()[15]),
               "{\"name\":\"\xc3\x28 vdd_x customization\",\"select\":false,\"num\":8,\"value\":0}");
 }

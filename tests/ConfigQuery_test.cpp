@@ -53,10 +53,12 @@ TEST(ConfigQuery, ListingIsMergedIntoTheCatalogueAndLogged) {
     std::string listing = standInListing(ostrel_test::useSilletStandIn());
     ReplyLog log;
     ASSERT_EQ(querySilletList(log.get()), 0);
-    EXPECT_EQ(log.added(), "Preparing the QaV list\n\n"
-                           "collect sillet out_buf size=" + std::to_string(listing.size()) +
-                                   "\n\n" + listing + "\ncollect sillet err_buf size=0\n\n"
-                                   "Have the QaV list ready\n\n");
+    EXPECT_EQ(log.added(),
+              "Preparing the QaV list\n\n"
+              "collect sillet out_buf size=" +
+                      std::to_string(listing.size()) + "\n\n" + listing +
+                      "\ncollect sillet err_buf size=0\n\n"
+                      "Have the QaV list ready\n\n");
     std::string text = listText(log.get());
     EXPECT_EQ(log.added(), "Query the QaV list\n\n");
     EXPECT_EQ(listNumber("thermal_mitigation", "enable-num"), 0);
@@ -71,11 +73,12 @@ TEST(ConfigQuery, ListingIsMergedIntoTheCatalogueAndLogged) {
     EXPECT_EQ(listNumber("adaptive_voltage_scaling", "enable-num"), -1);
     // Compact text; features the catalogue does not know come last.
     EXPECT_EQ(text.find_first_of(" \n\t", text.find("\"config\"")), text.find(" HV"));
-    const std::string tail = R"({"name":"Enable pcie_aspm","select":false,"num":58},)"
-                             R"({"name":"Disable pcie_aspm","select":false,"num":59},)"
-                             R"({"name":"Enable usb_lpm","select":false,"num":60},)"
-                             R"({"name":"Disable usb_lpm","select":false,"num":61},)"
-                             R"({"name":"vdd_npu customization","select":false,"num":62,"value":0}]})";
+    const std::string tail =
+            R"({"name":"Enable pcie_aspm","select":false,"num":58},)"
+            R"({"name":"Disable pcie_aspm","select":false,"num":59},)"
+            R"({"name":"Enable usb_lpm","select":false,"num":60},)"
+            R"({"name":"Disable usb_lpm","select":false,"num":61},)"
+            R"({"name":"vdd_npu customization","select":false,"num":62,"value":0}]})";
     ASSERT_GT(text.size(), tail.size());
     EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
     EXPECT_EQ(text.compare(0, 34, R"({"id":"default","config":[{"name":)"), 0);
@@ -129,9 +132,9 @@ TEST(ConfigQuery, ToolSilentForFiveSecondsTimesOut) {
     ReplyLog log;
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(querySilletList(log.get()), -1);
-    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    EXPECT_GE(seconds, 4.9);
-    EXPECT_LT(seconds, 7.5);
+    std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(seconds.count(), 4.9);
+    EXPECT_LT(seconds.count(), 7.5);
     EXPECT_EQ(log.added(), "Preparing the QaV list\n\nCannot poll (errno:0)\n\n");
 }
 
@@ -153,8 +156,9 @@ TEST(ConfigQuery, OutputOfEverySizeIsCollectedWhole) {
         ASSERT_EQ(output.size(), size);
         ASSERT_EQ(queryPrinting(output, log.get()), 0);
         std::string added = log.added();
-        std::string start = "Preparing the QaV list\n\ncollect sillet out_buf size=" +
-                            std::to_string(size) + "\n\n25 Enable";
+        std::string start =
+                "Preparing the QaV list\n\ncollect sillet out_buf size=" + std::to_string(size) +
+                "\n\n25 Enable";
         EXPECT_TRUE(added.compare(0, start.size(), start) == 0) << added.substr(0, 100);
         EXPECT_EQ(listNumber("hw_watchdog", "enable-num"), 25);
     }
@@ -182,9 +186,8 @@ void queryList(Ostrel* service, int count, size_t* answerSize) {
     dup2(null, STDOUT_FILENO);
     dup2(null, STDERR_FILENO);
     for (int i = 0; i < count; i++) {
-        service->getConfig([answerSize](const auto& config, const auto&) {
-            *answerSize = config.size();
-        });
+        service->getConfig(
+                [answerSize](const auto& config, const auto&) { *answerSize = config.size(); });
     }
     fflush(stdout);
     fflush(stderr);

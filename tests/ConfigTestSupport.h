@@ -24,8 +24,9 @@ inline std::string useSilletStandIn() {
     std::string bin = sourcePath("fakes/sillet/sillet");
     setenv("SILLET_BIN", bin.c_str(), 1);
     setenv("SILLET_STATE", kSilletState, 1);
-    for (const char* name : {"SILLET_HANG", "SILLET_OUTPUT", "SILLET_OUTPUT_FILE", "SILLET_STDERR",
-                             "SILLET_EXIT", "SILLET_SIGNAL"}) {
+    for (const char* name :
+         {"SILLET_HANG", "SILLET_QUIET_HANG", "SILLET_OUTPUT", "SILLET_OUTPUT_FILE",
+          "SILLET_STDERR", "SILLET_EXIT", "SILLET_SIGNAL"}) {
         unsetenv(name);
     }
     remove(kSilletState);
