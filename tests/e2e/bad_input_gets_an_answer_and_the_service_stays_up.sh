@@ -3,13 +3,15 @@
 # D-Bus error, and the service keeps serving.
 source "$(dirname "$0")/lib.sh"
 
-# A plan whose test-case name holds bytes that are not UTF-8, as a plan file
-# written by anything else might.
-printf '{"not_set":false,"current_state":1,"run_start":false,"run_finished":false,"testcases":[{"name":"bad\xff\xc3 name","select":false,"command":"say x","testcase_value":1,"isRound":true,"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0}]}' > "$PLAN"
+# A plan whose test-case name holds bytes that are not UTF-8 (a stray byte, a
+# cut sequence, a noncharacter that sd-bus refuses, an overlong NUL), as a
+# plan file written by anything else might.
+printf '{"not_set":false,"current_state":1,"run_start":false,"run_finished":false,"testcases":[{"name":"bad\xff\xc3 name\xef\xbf\xbe\xc0\x80","select":false,"command":"say x","testcase_value":1,"isRound":true,"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0}]}' > "$PLAN"
 start_service
 answer=$(call getTest)
 check "text that is not UTF-8 is repaired, not a failed call" \
-    "$(printf 'bad\xef\xbf\xbd\xef\xbf\xbd name')" "$(field "$answer" 1 | jq -j '.testcases[0].name')"
+    "$(printf 'bad\xef\xbf\xbd\xef\xbf\xbd name'; printf '\xef\xbf\xbd%.0s' 1 2 3 4 5)" \
+    "$(field "$answer" 1 | jq -j '.testcases[0].name')"
 check "the reply log carries the same repaired text" \
     "$(printf 'ostrel: test=%s' "$(field "$answer" 1)")" "$(field "$answer" 2 | sed -n 3p)"
 
