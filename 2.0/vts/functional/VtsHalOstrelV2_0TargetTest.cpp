@@ -196,11 +196,17 @@ TEST_F(OstrelHidlTest, PreparingStoresThePlanAndHandsItBack) {
     EXPECT_TRUE(setTest("this is no JSON").ok);
     EXPECT_EQ(getTest().text, kCompactPlan);
 
+    // The configuration list comes from the config tool; clearing runs it too.
+    Text config = getConfig();
+    EXPECT_EQ(config.text.rfind("{\"id\":\"default\",\"config\":[", 0), 0u) << config.text;
+    EXPECT_NE(config.log.find("ostrel: config=" + config.text + "\n"), std::string::npos);
+    EXPECT_TRUE(clearConfig().ok);
+
     // A selection that is no JSON object is refused before the config tool runs.
-    Verdict config = setConfig("not json");
-    EXPECT_FALSE(config.ok);
-    EXPECT_EQ(config.log.rfind("ostrel: setConfig\nostrel: config=not json\n", 0), 0u)
-            << config.log;
+    Verdict selection = setConfig("not json");
+    EXPECT_FALSE(selection.ok);
+    EXPECT_EQ(selection.log.rfind("ostrel: setConfig\nostrel: config=not json\n", 0), 0u)
+            << selection.log;
     Verdict testers = installTesters("tester.apk", 3);
     EXPECT_TRUE(testers.ok);
     EXPECT_EQ(testers.log, "ostrel: installTesters file=tester.apk len=3\n");
