@@ -68,6 +68,9 @@ TEST(OstrelFSMRun, RunEndsByItselfAndHandsOverArchiveAndHistory) {
     Testcase hour;
     hour.command = "\"say hour\"";
     hour.isRound = false;
+    // Left over from an earlier run: cleared when the run starts.
+    writeFile("/data/vendor/qav/kelbrun/stale", "old");
+    writeFile(kHistoryCopy, "old crash\n");
     StderrCapture err;
     auto begin = std::chrono::steady_clock::now();
     OstrelFSM& m = start({rounds("sleep 1 1 crash long oops", 2), hour});
@@ -124,6 +127,9 @@ TEST(OstrelFSMRun, AbortKillsAGroupThatIgnoresTerm) {
     ASSERT_TRUE(waitFor([] { return contains(executorLog(), "kelbrun: sleep round 1 of 1"); }, 10));
     pid_t detached = numberAfter(executorLog(), "kelbrun: detached child ");
     EXPECT_EQ(liveGroupMembers(group).size(), 4u);  // supervisor, executor, child, sleep
+    // No result while running.
+    EXPECT_EQ(answer(m, GET_RESULT), "");
+    EXPECT_EQ(m.getState(), RUNNING);
 
     StderrCapture err;
     EXPECT_TRUE(m.sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
@@ -297,4 +303,31 @@ TEST(OstrelFSMRun, PlanWithBadValuesRunsWithoutCrash) {
     EXPECT_EQ(m.getState(), COMPLETING);
     EXPECT_NE(answer(m, GET_RESULT), "");
     EXPECT_EQ(m.getState(), PREPARING);
+}
+
+TEST(OstrelFSMRun, PreparingStoresThePlanAndRefusesTesters) {
+    OstrelFSM& m = newMachine();
+    ASSERT_TRUE(m.sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
+    ASSERT_EQ(m.getState(), PREPARING);
+    char file[] = "/data/vendor/qav/tester.apk";
+    std::vector<char> bytes(65536, 'x');
+    StderrCapture err;
+    EXPECT_TRUE(m.sendEvent(INSTALL_TESTERS, file, bytes.data(), 65536, 0));
+    err.restore();
+    EXPECT_EQ(err.text(), "Log at OstrelFSM: ostrel: temporary disable installTesters!!!\n\n");
+    EXPECT_FALSE(fileExists(file));
+
+    std::string plan = planJson(PREPARING, false, false, {rounds("say stored", 2)});
+    EXPECT_TRUE(m.sendEvent(SET_TEST, &plan[0], nullptr, 0, 0));
+    EXPECT_EQ(answer(m, GET_TEST), plan);
+    char broken[] = "{\"testcases\":[";
+    // A text that does not parse leaves the stored plan in force, and says so.
+    EXPECT_TRUE(m.sendEvent(SET_TEST, broken, nullptr, 0, 0));
+    EXPECT_EQ(answer(m, GET_TEST), plan);
+    EXPECT_EQ(readFile(kPlanFile), plan);
+    EXPECT_EQ(m.getState(), PREPARING);
+
+    EXPECT_TRUE(m.sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    EXPECT_TRUE(contains(answer(m, GET_TEST), "\"current_state\":2,\"run_start\":true"));
+    EXPECT_TRUE(waitFor([] { return contains(executorLog(), "say stored, round 2 of 2"); }, 10));
 }

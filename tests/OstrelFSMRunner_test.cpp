@@ -104,19 +104,3 @@ TEST(OstrelFSMRunner, PlaceholderPlanStartsExecutorWithoutArguments) {
             << executorLog();
 }
 
-TEST(OstrelFSMRunner, TestCaseWithoutCommandIsReportedAndKeptInTheLine) {
-    Testcase number = rounds("42", 1, 0);
-    Testcase missing = rounds("", 3, 0);
-    std::string err = runPlan({number, missing, rounds("\"say z\"", 1, 0)});
-    EXPECT_NE(err.find(diagnostic("ostrel: error executor command: /vendor/bin/kelbrun \n") +
-                       diagnostic("ostrel: error executor command: /vendor/bin/kelbrun  1 \n") +
-                       diagnostic("ostrel: run executor command: /vendor/bin/kelbrun  1  3 say z 1\n")),
-              std::string::npos)
-            << err;
-    std::string log = executorLog();
-    EXPECT_NE(log.find("kelbrun: test case without command, 1 left\n"
-                       "kelbrun: test case without command, 3 left\n"
-                       "kelbrun: say z, round 1 of 1\n"),
-              std::string::npos)
-            << log;
-}
