@@ -2,6 +2,7 @@
 // way the executor can end, and what the supervisor leaves behind.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include "RunSupport.h"
@@ -162,4 +163,57 @@ TEST(OstrelFSMLauncher, LogIsAppendedAndMissingWorkDirectoryFallsBackToOwnOutput
               std::string::npos)
             << err.text();
     EXPECT_NE(out.text().find("kelbrun: say third, round 1 of 1\n"), std::string::npos);
+}
+
+// Runs forkAndExec in a helper process whose user may own only |processes|
+// processes, so that the first fork (1) or the supervisor's fork (2) fails.
+// The helper prints forkAndExec's result, the id field and the supervisor's status.
+static void launchWithProcessLimit(rlim_t processes) {
+    pid_t helper = fork();
+    if (helper == 0) {
+        OstrelFSM* m = new OstrelFSM(nullptr);
+        struct rlimit limit = {processes, processes};
+        // A user id that owns no other process anywhere.
+        if (setrlimit(RLIMIT_NPROC, &limit) != 0 || setgid(54321) != 0 || setuid(54321) != 0) {
+            _exit(3);
+        }
+        std::string program = kExecutorPath;
+        char** argv = new char*[2]{program.data(), nullptr};
+        bool started = m->forkAndExec(argv);
+        delete[] argv;
+        int status = -1;
+        if (started) waitpid(m->executorPid(), &status, 0);
+        fprintf(stderr, "started %d, pid %d, status 0x%04X\n", started, m->executorPid(), status);
+        _exit(0);
+    }
+    int status = -1;
+    waitpid(helper, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(OstrelFSMLauncher, FailedForksAreReported) {
+    {
+        StderrCapture err;
+        launchWithProcessLimit(1);
+        err.restore();
+        EXPECT_NE(err.text().find(line("ostrel: Cannot fork (errno:11, Resource temporarily "
+                                       "unavailable)\n") +
+                                  "started 0, pid -1, status 0xFFFFFFFF\n"),
+                  std::string::npos)
+                << err.text();
+    }
+    {
+        StderrCapture err;
+        launchWithProcessLimit(2);
+        err.restore();
+        // The supervisor reports and exits 1 without an executor.
+        EXPECT_NE(err.text().find(line("ostrel: can't fork (errno:11, Resource temporarily "
+                                       "unavailable)\n") +
+                                  line("ostrel: runKelbrun should not be here!! ")),
+                  std::string::npos)
+                << err.text();
+        EXPECT_NE(err.text().find("started 1, pid "), std::string::npos);
+        EXPECT_NE(err.text().find(", status 0x0100\n"), std::string::npos);
+        EXPECT_EQ(executorLog(), "");
+    }
 }

@@ -152,7 +152,9 @@ inline int numberAfter(const std::string& text, const std::string& prefix) {
 
 // A machine that lives until the process ends: its threads may outlive the test.
 inline OstrelFSM& newMachine() {
-    return *new OstrelFSM(nullptr);
+    static std::vector<OstrelFSM*>* machines = new std::vector<OstrelFSM*>;
+    machines->push_back(new OstrelFSM(nullptr));
+    return *machines->back();
 }
 
 // One test case of a plan document; |command| is JSON text (a string, a number,
