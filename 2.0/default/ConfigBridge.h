@@ -34,9 +34,13 @@ int querySilletList(Ostrel* owner);
 // Size of the list's text with its terminator; copies it to *dest when given.
 int serializeConfigList(Ostrel* owner, char** dest);
 
-// Parser of the tool's listing.
+// Rebuilds configList from the built-in catalogue and merges |length| bytes of
+// listing into it: 0, or -1 at the first malformed line (earlier lines stay merged).
 int parseSilletList(Ostrel* owner, char* text, int length);
+// Gives |num| to the first entry that takes it; false when none did.
 bool mergeListLine(Ostrel* owner, int num, char* text);
+// Whether |name| (any case), at its first occurrence in |text|, ends |text| or is
+// followed by a blank.
 bool matchConfigName(Ostrel* owner, char* text, const char* name);
 
 // Selection and clearing: 0 on success, -1 on failure.
