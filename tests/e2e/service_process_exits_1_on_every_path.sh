@@ -13,6 +13,8 @@ start_service
 check "ready line at info priority, and nothing else from the process" \
     "$TAG I Ostrel HAL service is ready." "$(log_lines '[A-Z]' "$SERVICE_LOG")"
 check "the unreadable plan reads as IDLE" "0" "$(call getState)"
+check "one thread serves the bus: the process has no other while no run is on" "1" \
+    "$(ls /proc/"$SERVICE_PID"/task | wc -l)"
 
 # A second service finds the name taken: one warning, no join, status 1.
 status=0
