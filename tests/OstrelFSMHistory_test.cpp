@@ -28,7 +28,7 @@ void rewriteInPlace(const std::string& path) {
     close(fd);
 }
 
-bool copyBecomes(const std::string& expected, double seconds = 3) {
+bool copyBecomes(const std::string& expected, double seconds = 5) {
     return waitFor([&] { return readFile(kHistoryCopy) == expected; }, seconds);
 }
 
@@ -133,7 +133,7 @@ TEST(OstrelFSMHistory, MonitorCopiesAFileThatAppearsDuringTheRun) {
     usleep(300 * 1000);
     // Within about a second the new file is watched and its last line is a crash.
     writeFile(kLongHistoryPath, "first\nsecond\n");
-    EXPECT_TRUE(copyBecomes("second\n", 2.5)) << readFile(kHistoryCopy);
+    EXPECT_TRUE(copyBecomes("second\n", 4)) << readFile(kHistoryCopy);
     appendFile(kLongHistoryPath, "third\n");
     EXPECT_TRUE(copyBecomes("second\nthird\n")) << readFile(kHistoryCopy);
     usleep(1500 * 1000);
