@@ -17,6 +17,17 @@ int hoursToSeconds(int hours) {
     return static_cast<int>(static_cast<uint32_t>(hours) * 3600u);
 }
 
+// Sets test case |i| back to 0 of its target, derived afresh from its size.
+void restartCounters(OstrelFSMData& data, int i) {
+    if (data.getTestcaseIsRound(i)) {
+        data.setTestcaseCurrentRound(i, 0);
+        data.setTestcaseTargetRound(i, data.getTestcaseValue(i));
+    } else {
+        data.setTestcaseCurrentTime(i, 0);
+        data.setTestcaseTargetTime(i, hoursToSeconds(data.getTestcaseValue(i)));
+    }
+}
+
 }  // namespace
 
 bool OstrelFSM::setRunningTestcasesTick() {
@@ -25,13 +36,7 @@ bool OstrelFSM::setRunningTestcasesTick() {
     }
     for (int i = 0; i < data.getTestcasesLength(); i++) {
         if (!data.getTestcaseIsSelect(i)) continue;
-        if (data.getTestcaseIsRound(i)) {
-            data.setTestcaseCurrentRound(i, 0);
-            data.setTestcaseTargetRound(i, data.getTestcaseValue(i));
-        } else {
-            data.setTestcaseCurrentTime(i, 0);
-            data.setTestcaseTargetTime(i, hoursToSeconds(data.getTestcaseValue(i)));
-        }
+        restartCounters(data, i);
     }
     return true;
 }
@@ -88,13 +93,7 @@ bool OstrelFSM::resetRunningTestcasesTick() {
     data.setRunFinished(false);
     if (data.getTestcasesLength() < 1) return true;
     for (int i = 0; i < data.getTestcasesLength(); i++) {
-        if (data.getTestcaseIsRound(i)) {
-            data.setTestcaseCurrentRound(i, 0);
-            data.setTestcaseTargetRound(i, data.getTestcaseValue(i));
-        } else {
-            data.setTestcaseCurrentTime(i, 0);
-            data.setTestcaseTargetTime(i, hoursToSeconds(data.getTestcaseValue(i)));
-        }
+        restartCounters(data, i);
     }
     return true;
 }
