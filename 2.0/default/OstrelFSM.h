@@ -67,6 +67,8 @@ class OstrelFSM {
 
     // Test execution.
     bool runTestcases();
+    // The executor's command line for the selected test cases (nothing is started).
+    std::string executorCommandLine();
     bool forkAndExec(char** argv);
     bool runKelbrun(char** argv);
 

@@ -40,7 +40,7 @@ std::vector<std::string> splitWords(const std::string& line) {
 
 }  // namespace
 
-bool OstrelFSM::runTestcases() {
+std::string OstrelFSM::executorCommandLine() {
     std::ostringstream cmd;
     cmd << kExecutorPath;
     for (int i = 0; i < data.getTestcasesLength(); i++) {
@@ -59,7 +59,11 @@ bool OstrelFSM::runTestcases() {
             cmd << hoursLeft(data.getTestcaseTargetTime(i), data.getTestcaseCurrentTime(i));
         }
     }
-    std::string line = cmd.str();
+    return cmd.str();
+}
+
+bool OstrelFSM::runTestcases() {
+    std::string line = executorCommandLine();
     error("ostrel: run executor command: %s\n", line.c_str());
 
     std::vector<std::string> words = splitWords(line);
