@@ -1,0 +1,173 @@
+// In-process benches of the core, run inside the device sandbox:
+//   ostrel_bench_core tick COUNT:TICKS...   CPU time and bytes written per TICK for
+//                                           plans of COUNT time-based test cases
+//   ostrel_bench_core logs DIR FILES MB     writes FILES files of MB megabytes of
+//                                           device-log text into DIR
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "BenchSupport.h"
+#include "OstrelFSM.h"
+
+using namespace ostrel_bench;
+using vendor::brevane::hardware::ostrel::core::OstrelFSM;
+using vendor::brevane::hardware::ostrel::core::TICK;
+
+namespace {
+
+// A plan in RUNNING with |count| selected time-based test cases far from their
+// targets, so that every TICK advances and stores all of them.
+std::string runningPlan(int count) {
+    std::string plan =
+            "{\"not_set\":false,\"current_state\":2,\"run_start\":true,\"run_finished\":false,"
+            "\"testcases\":[";
+    for (int i = 0; i < count; i++) {
+        if (i) plan += ",";
+        plan += "{\"name\":\"soak " + std::to_string(i) +
+                "\",\"select\":true,\"command\":\"stress 60\",\"testcase_value\":1000,"
+                "\"isRound\":false,\"isBootTest\":false,\"testcase_current_time\":0,"
+                "\"testcase_target_time\":3600000,\"testcase_current_round\":0,"
+                "\"testcase_target_round\":0}";
+    }
+    return plan + "]}";
+}
+
+int tickBench(int argc, char** argv) {
+    for (int a = 0; a < argc; a++) {
+        int count = 0, ticks = 0;
+        if (sscanf(argv[a], "%d:%d", &count, &ticks) != 2 || count < 1 || ticks < 1) {
+            fprintf(stderr, "ostrel_bench_core: bad COUNT:TICKS '%s'\n", argv[a]);
+            return 2;
+        }
+        std::unique_ptr<OstrelFSM> fsm(new OstrelFSM(nullptr));
+        if (!fsm->planStore().putJSON(runningPlan(count).c_str()) ||
+            !fsm->planStore().writeFSMData()) {
+            fprintf(stderr, "ostrel_bench_core: the plan of %d test cases was refused\n", count);
+            return 1;
+        }
+        struct stat st = {};
+        stat("/data/vendor/qav/data/ostreldata.txt", &st);
+        sync();
+        double cpu0 = selfCpuSeconds(), wall0 = nowSeconds();
+        long long disk0 = selfIoField("write_bytes"), wchar0 = selfIoField("wchar");
+        for (int t = 0; t < ticks; t++) fsm->sendEvent(TICK, nullptr, nullptr, 10, 0);
+        double cpu = selfCpuSeconds() - cpu0, wall = nowSeconds() - wall0;
+        long long disk = selfIoField("write_bytes") - disk0, wchar = selfIoField("wchar") - wchar0;
+        // The ticks must have counted: otherwise the figures measure nothing.
+        int last = fsm->planStore().getTestcaseCurrentTime(count - 1);
+        if (last != ticks * 10) {
+            fprintf(stderr, "ostrel_bench_core: after %d ticks test case %d counts %d s\n", ticks,
+                    count - 1, last);
+            return 1;
+        }
+        row("TICK, " + std::to_string(count) + " time-based test case" + (count > 1 ? "s" : "") +
+                    " (" + std::to_string(ticks) + " ticks, plan " +
+                    std::to_string(st.st_size / 1024.0 < 1 ? 1 : st.st_size / 1024) + " KiB)",
+            fmt("%.3f ms CPU", cpu / ticks * 1e3) + ", " + fmt("%.3f ms wall", wall / ticks * 1e3) +
+                    ", " + fmt("%.1f KiB to disk", disk / 1024.0 / ticks) + " (" +
+                    fmt("%.1f KiB written", wchar / 1024.0 / ticks) + ")");
+    }
+    return 0;
+}
+
+// xorshift64*: a fixed sequence, so every run packs the same text.
+struct Random {
+    uint64_t s = 0x9E3779B97F4A7C15ull;
+    uint64_t next() {
+        s ^= s >> 12;
+        s ^= s << 25;
+        s ^= s >> 27;
+        return s * 2685821657736338717ull;
+    }
+    int below(int n) { return static_cast<int>(next() % static_cast<uint64_t>(n)); }
+};
+
+const char* const kTags[] = {"ActivityManager", "kelbrun",       "thermal-engine", "healthd",
+                             "CpuHotplug",      "vendor.qav",    "kernel",         "StressLoad",
+                             "PowerHAL",        "InputDispatcher"};
+const char* const kLevels = "VDIWE";
+
+// One line in the threadtime form of the device log.
+int logLine(Random& r, char* out, size_t size, int fileNo, long lineNo) {
+    int sec = static_cast<int>(lineNo / 40);
+    int pid = 400 + r.below(6000), tid = pid + r.below(40);
+    const char* tag = kTags[r.below(10)];
+    char level = kLevels[r.below(5)];
+    int n = snprintf(out, size, "11-%02d %02d:%02d:%02d.%03d %5d %5d %c %-15s: ", 1 + fileNo % 28,
+                     (sec / 3600) % 24, (sec / 60) % 60, sec % 60, r.below(1000), pid, tid, level,
+                     tag);
+    switch (r.below(6)) {
+        case 0:
+            n += snprintf(out + n, size - n, "stress round %d of %d: cpu%d %u bogo ops in %d.%02d s",
+                          r.below(500), 500, r.below(8), static_cast<unsigned>(r.next() % 900000),
+                          r.below(60), r.below(100));
+            break;
+        case 1:
+            n += snprintf(out + n, size - n, "tsens_tz_sensor%d temp %d mC, mitigation level %d",
+                          r.below(16), 30000 + r.below(60000), r.below(8));
+            break;
+        case 2:
+            n += snprintf(out + n, size - n,
+                          "  #%02d pc %016llx  /vendor/lib64/libqav_%d.so (offset 0x%x)",
+                          r.below(40), static_cast<unsigned long long>(r.next() >> 16), r.below(12),
+                          r.below(1 << 20));
+            break;
+        case 3:
+            n += snprintf(out + n, size - n, "cpu%d offline -> online after %d ms (hotplug %d)",
+                          r.below(8), r.below(3000), r.below(100000));
+            break;
+        case 4:
+            n += snprintf(out + n, size - n, "battery l=%d v=%d t=%d.%d h=2 st=%d chg=u",
+                          r.below(101), 3500 + r.below(900), 20 + r.below(30), r.below(10),
+                          1 + r.below(5));
+            break;
+        default:
+            n += snprintf(out + n, size - n, "Start proc %d:com.brevane.qav.tester%d/u0a%d for "
+                          "service {com.brevane.qav/.Runner}", pid, r.below(30), 100 + r.below(200));
+            break;
+    }
+    out[n++] = '\n';
+    return n;
+}
+
+int logsBench(const char* dir, int files, int megabytes) {
+    Random r;
+    char line[512];
+    for (int f = 0; f < files; f++) {
+        std::string path = std::string(dir) + "/device_log_" + std::to_string(f) + ".txt";
+        FILE* out = fopen(path.c_str(), "w");
+        if (out == nullptr) {
+            fprintf(stderr, "ostrel_bench_core: cannot write %s: %s\n", path.c_str(),
+                    strerror(errno));
+            return 1;
+        }
+        long long size = static_cast<long long>(megabytes) << 20, written = 0;
+        for (long n = 0; written < size; n++) {
+            int len = logLine(r, line, sizeof(line), f, n);
+            if (written + len > size) len = static_cast<int>(size - written);
+            fwrite(line, 1, len, out);
+            written += len;
+        }
+        if (fclose(out) != 0) return 1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc >= 3 && strcmp(argv[1], "tick") == 0) return tickBench(argc - 2, argv + 2);
+    if (argc == 5 && strcmp(argv[1], "logs") == 0) {
+        return logsBench(argv[2], atoi(argv[3]), atoi(argv[4]));
+    }
+    fprintf(stderr,
+            "usage: ostrel_bench_core tick COUNT:TICKS...\n"
+            "       ostrel_bench_core logs DIR FILES MB\n");
+    return 2;
+}
