@@ -29,7 +29,7 @@ check "install-testers refuses a file over 65536 bytes" \
 cat > /tmp/plan.json <<'PLAN'
 {"not_set":false,"current_state":1,"run_start":false,"run_finished":false,"testcases":[
  {"name":"greeting","select":true,"command":"say hello","testcase_value":2,"isRound":true,"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0},
- {"name":"crash","select":true,"command":"crash short e2e-crash","testcase_value":1,"isRound":true,"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0},
+ {"name":"crash","select":true,"command":"sleep 1 1 crash short e2e-crash","testcase_value":1,"isRound":true,"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0},
  {"name":"unselected","select":false,"command":"say never","testcase_value":1,"isRound":true,"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0}]}
 PLAN
 check "set-test from a file" "setTest: ok" "$(ctl set-test /tmp/plan.json)"
@@ -38,7 +38,10 @@ check "the reply log on request, on standard error" \
     "$(ctl state >/dev/null; ctl --log get-test 2>&1 >/dev/null)"
 check "run-start" "runStart: ok" "$(ctl run-start)"
 
-# The executor is done at once; the next tick (10 s) reaps it and ends the run.
+# The crash line comes a second after the start: the monitor thread starts only
+# after the executor, and a file that already exists then is watched for changes
+# rather than read. The executor is done soon after; the next tick (10 s) reaps it
+# and ends the run.
 status=0
 timeout 60 "$OSTRELCTL" --interval 0.5 watch > /tmp/watch.out || status=$?
 check "watch ends once the run leaves RUNNING, exit 0" "0" "$status"
