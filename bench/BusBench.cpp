@@ -4,10 +4,10 @@
 //                                              bare Peer.Ping and a durable write floor
 //   ostrel_bench_bus history PID LINES PAUSE_MS  crash-line latency during a run, and
 //                                              the service's memory meanwhile
-//   ostrel_bench_bus memory PID CALLS WRITING CYCLES  resident size after CALLS calls
-//                                              of each method that writes nothing,
-//                                              WRITING of each that stores the plan,
-//                                              CYCLES of runStart+runAbort+getResult
+//   ostrel_bench_bus memory PID CALLS TOOL CYCLES  resident size after CALLS calls of
+//                                              each method, TOOL of those that start
+//                                              the config tool, CYCLES of
+//                                              runStart+runAbort+getResult
 //   ostrel_bench_bus complete                  stores the bench plan, starts and aborts
 //                                              a run: the service waits in COMPLETING
 //   ostrel_bench_bus result                    times one getResult
@@ -273,41 +273,41 @@ int history(Bench& b, int lines, int pauseMs) {
         "p50 " + us(percentile(t, 50)) + ", p99 " + us(percentile(t, 99)) +
                 (missed ? ", " + std::to_string(missed) + " not copied within 2 s" : ""));
     row("service VmRSS during a run (peak while crash lines flow)",
-        std::to_string(rssPeak) + " KiB, " + std::to_string(threadsPeak) + " threads");
+        std::to_string(rssPeak) + " KiB, threads " + std::to_string(threadsPeak));
     b.check(b.runAbort(), "runAbort");
     b.check(b.getResult(), "getResult");
     return 0;
 }
 
-int memory(Bench& b, int calls, int writing, int cycles) {
+int memory(Bench& b, int calls, int tool, int cycles) {
     b.prepare();
     long idle = b.rss();
     row("service VmRSS idle (PREPARING, plan stored)",
-        std::to_string(idle) + " KiB, " + std::to_string(b.threads()) + " threads", "", "");
+        std::to_string(idle) + " KiB, threads " + std::to_string(b.threads()), "", "");
     auto measure = [&](const std::string& what, int n, const std::function<bool()>& call) {
         double t0 = nowSeconds();
         timeCalls(n, what.c_str(), call);
         long r = b.rss();
         row("service VmRSS after " + std::to_string(n) + " x " + what,
-            std::to_string(r) + " KiB, " + std::to_string(b.threads()) + " threads (" +
+            std::to_string(r) + " KiB, threads " + std::to_string(b.threads()) + " (" +
                     fmt("%.1f s", nowSeconds() - t0) + ")",
             "idle " + std::to_string(idle) + " KiB", fmt("x%.2f", double(r) / idle));
     };
     std::string plan = benchPlan();
     measure("getState", calls, [&] { return b.state() == 1; });
-    measure("getTest", writing, [&] { return b.getTest(); });
-    measure("setTest", writing, [&] { return b.setTest(plan); });
+    measure("getTest", calls, [&] { return b.getTest(); });
+    measure("setTest", calls, [&] { return b.setTest(plan); });
     measure("bootCompleted", calls, [&] { return b.service->bootCompleted().withDefault(false); });
     // Outside a run these answer false and change nothing; the call is what counts.
     measure("runFinished", calls, [&] { return b.service->runFinished().isOk(); });
     static hidl_array<uint8_t, 65536> testers;
     memset(&testers[0], 'x', 65536);
-    measure("installTesters (64 KiB array)", writing, [&] {
+    measure("installTesters (64 KiB array)", calls, [&] {
         return b.service->installTesters("bench.apk", testers, 16, [](bool, const hidl_string&) {})
                 .isOk();
     });
     std::string config;
-    measure("getConfig", writing, [&] {
+    measure("getConfig", tool, [&] {
         bool ok = false;
         auto r = b.service->getConfig([&](const hidl_string& c, const hidl_string&) {
             ok = !c.empty();
@@ -315,12 +315,12 @@ int memory(Bench& b, int calls, int writing, int cycles) {
         });
         return r.isOk() && ok;
     });
-    measure("setConfig", writing, [&] {
+    measure("setConfig", tool, [&] {
         bool ok = false;
         auto r = b.service->setConfig(config, [&](bool v, const hidl_string&) { ok = v; });
         return r.isOk() && ok;
     });
-    measure("clearConfig", writing, [&] {
+    measure("clearConfig", tool, [&] {
         bool ok = false;
         auto r = b.service->clearConfig([&](bool v, const hidl_string&) { ok = v; });
         return r.isOk() && ok;
