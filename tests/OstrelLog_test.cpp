@@ -48,7 +48,10 @@ TEST(DiagnosticLog, AssertionLineNamesExpressionLineAndSignature) {
 }
 
 TEST(ReplyLog, AppendsFormattedLinesAndSkipsEmptyOnes) {
-    Ostrel service;
+    // Held as the service holds it: a RefBase never strongly referenced leaks its
+    // reference counts.
+    android::sp<Ostrel> owner = new Ostrel();
+    Ostrel& service = *owner;
     EXPECT_EQ(service.replyLog(), "ostrel: Ostrel\n");
     EXPECT_TRUE(service.addLog(nullptr, 1, "x"));
     EXPECT_TRUE(service.addLog("%s", ""));
