@@ -172,6 +172,11 @@ static void launchWithProcessLimit(rlim_t processes) {
     pid_t helper = fork();
     if (helper == 0) {
         OstrelFSM* m = new OstrelFSM(nullptr);
+        // The limit counts threads: a sanitizer's own thread in the helper is added.
+        std::string self = readFile("/proc/self/status");
+        size_t at = self.find("Threads:");
+        rlim_t threads = at == std::string::npos ? 1 : std::stoul(self.substr(at + 8));
+        processes += threads - 1;
         struct rlimit limit = {processes, processes};
         // A user id that owns no other process anywhere.
         if (setrlimit(RLIMIT_NPROC, &limit) != 0 || setgid(54321) != 0 || setuid(54321) != 0) {
