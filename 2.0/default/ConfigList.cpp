@@ -10,11 +10,7 @@
 #include "ConfigBridge.h"
 #include "JsonText.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 // Pool chunks of 64 KiB, a parse stack of 1 KiB.
 ConfigDocument configList(nullptr, kConfigParseStack);
@@ -458,8 +454,4 @@ bool matchConfigName(Ostrel*, char* text, const char* name) {
     return match;
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

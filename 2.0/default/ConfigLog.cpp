@@ -3,11 +3,7 @@
 #include "ConfigBridge.h"
 #include "OstrelImpl.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wformat-nonliteral"
@@ -45,8 +41,4 @@ void logTextSize(Ostrel* owner, FILE* stream, const char* format, unsigned long 
 
 #pragma clang diagnostic pop
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

@@ -12,11 +12,7 @@
 #include "OstrelFSM.h"
 #include "ToolCapture.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 namespace {
 
@@ -98,8 +94,4 @@ char* OstrelFSM::getConfig() {
     return buf;
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

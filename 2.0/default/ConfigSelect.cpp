@@ -14,11 +14,7 @@
 #include "SilletCmd.h"
 #include "ToolCapture.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 namespace {
 
@@ -182,8 +178,4 @@ int clearSilletConfig(Ostrel*) {
     return code == 0 ? 0 : -1;
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

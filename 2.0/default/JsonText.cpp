@@ -1,10 +1,6 @@
 #include "JsonText.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 bool jsonDepthWithinBound(const char* text, size_t length) {
     int depth = 0;
@@ -30,8 +26,4 @@ bool jsonDepthWithinBound(const char* text, size_t length) {
     return true;
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

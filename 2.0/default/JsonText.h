@@ -9,11 +9,7 @@
 
 #include <cstddef>
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 constexpr int kMaxJsonDepth = 256;
 
@@ -31,8 +27,4 @@ bool parseJsonText(DocumentType& doc, const char* text, size_t length) {
     return !doc.HasParseError();
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

@@ -6,11 +6,7 @@
 
 #include <cstdlib>
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 const char* const kStateNames[4] = {"IDLE", "PREPARING", "RUNNING", "COMPLETING"};
 
@@ -81,8 +77,4 @@ void OstrelFSM::tickThread() {
     }
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

@@ -16,11 +16,7 @@
 
 #include "OstrelFSM.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 namespace {
 
@@ -146,8 +142,4 @@ int OstrelFSM::remove_files(const char* dir) {
     return 0;
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

@@ -10,11 +10,7 @@
 
 #include "OstrelFSM.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wformat-zero-length"
@@ -93,8 +89,4 @@ bool OstrelFSM::completing(PlannerEvent event, char*, char*, int, long buf_fp) {
 }
 #pragma clang diagnostic pop
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

@@ -16,11 +16,7 @@
 #include "JsonText.h"
 #include "OstrelLog.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 namespace {
 
@@ -287,8 +283,4 @@ char* OstrelFSMData::getJSON() {
     return strdup(buffer.GetString());
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

@@ -7,11 +7,7 @@
 
 #include "PlannerTypes.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 constexpr const char* kPlanFile = "/data/vendor/qav/data/ostreldata.txt";
 
@@ -68,8 +64,4 @@ class OstrelFSMData {
     rapidjson::Document document;
 };
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

@@ -13,11 +13,7 @@
 
 #include "OstrelFSM.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 namespace {
 
@@ -153,8 +149,4 @@ bool OstrelFSM::saveDBHistory(char* hisfilename) {
     return true;
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

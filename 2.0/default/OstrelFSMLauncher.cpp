@@ -13,11 +13,7 @@
 
 #include "OstrelFSM.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 bool OstrelFSM::forkAndExec(char** argv) {
     pid_t pid = fork();
@@ -98,8 +94,4 @@ bool OstrelFSM::runKelbrun(char** argv) {
     return ended;
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

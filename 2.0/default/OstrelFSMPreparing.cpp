@@ -8,11 +8,7 @@
 #include "ConfigBridge.h"
 #include "OstrelFSM.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 bool OstrelFSM::preparing(PlannerEvent event, char* input, char*, int, long buf_fp) {
     if (data.getState() != PREPARING) return false;
@@ -78,8 +74,4 @@ bool OstrelFSM::preparing(PlannerEvent event, char* input, char*, int, long buf_
     return result;
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

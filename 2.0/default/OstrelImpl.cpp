@@ -4,12 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace V2_0 {
-namespace implementation {
+namespace vendor::brevane::hardware::ostrel::V2_0::implementation {
 
 using core::PlannerEvent;
 
@@ -140,9 +135,4 @@ Return<void> Ostrel::getResult(getResult_cb _hidl_cb) {
     return Void();
 }
 
-}  // namespace implementation
-}  // namespace V2_0
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::V2_0::implementation

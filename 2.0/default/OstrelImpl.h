@@ -13,12 +13,7 @@
 #include "OstrelFSM.h"
 #include "OstrelLog.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace V2_0 {
-namespace implementation {
+namespace vendor::brevane::hardware::ostrel::V2_0::implementation {
 
 using ::android::hardware::hidl_array;
 using ::android::hardware::hidl_string;
@@ -87,9 +82,4 @@ struct Ostrel : public IOstrel {
     std::string log;
 };
 
-}  // namespace implementation
-}  // namespace V2_0
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::V2_0::implementation

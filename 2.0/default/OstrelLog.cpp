@@ -4,11 +4,7 @@
 
 #include <cstring>
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 std::string sourceName(const char* file) {
     std::string name(file ? file : "");
@@ -29,8 +25,4 @@ std::string lineText(int line) {
     return std::to_string(line);
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

@@ -6,11 +6,7 @@
 #include <cstdio>
 #include <string>
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 constexpr size_t kDiagnosticSize = 256;
 
@@ -37,11 +33,7 @@ void formatDiagnostic(const char* tag, const char* file, const char* fmt, Args..
 // Text of the line number for an assertion line's "Line:%s" field.
 std::string lineText(int line);
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core
 
 // Reports a check that did not hold, as "ostrel: Exp=<expr> Line:<line> Func:<signature>",
 // through the enclosing class's error writer, and goes on. |line| is the fixed line

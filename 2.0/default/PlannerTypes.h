@@ -3,11 +3,7 @@
 
 #include <cstdint>
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 // Held and compared as a signed 8-bit value; 0 and values above 12 are never
 // sent and have no effect in any state.
@@ -37,8 +33,4 @@ enum PlannerFSMState : int8_t {
 // State names indexed by state value, for the reply log of getState.
 extern const char* const kStateNames[4];
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

@@ -9,11 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 template <typename Ostrel>
 class SilletCmd {
@@ -89,8 +85,4 @@ class SilletCmd {
     }
 };
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

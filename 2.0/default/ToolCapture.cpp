@@ -9,11 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 namespace {
 
@@ -159,8 +155,4 @@ int toolExitCode(Ostrel* owner, int status) {
     return (status >> 8) & 0xff;
 }
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

@@ -8,11 +8,7 @@
 
 #include "ConfigBridge.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace core {
+namespace vendor::brevane::hardware::ostrel::core {
 
 constexpr int kToolPollMs = 5000;
 // Capture buffers start at this size and grow by it whenever they are full.
@@ -48,8 +44,4 @@ const char* silletPath();
 // "sillet abnormally existed\n" when a signal ended it.
 int toolExitCode(Ostrel* owner, int status);
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

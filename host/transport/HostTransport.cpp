@@ -6,12 +6,7 @@
 
 #include <cctype>
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace V2_0 {
-namespace host {
+namespace vendor::brevane::hardware::ostrel::V2_0::host {
 
 bool validInstanceName(const std::string& instance) {
     if (instance.empty() || isdigit(static_cast<unsigned char>(instance[0]))) return false;
@@ -99,15 +94,9 @@ void ServerConnection::keep(std::shared_ptr<void> object) {
     objects.push_back(std::move(object));
 }
 
-}  // namespace host
-}  // namespace V2_0
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::V2_0::host
 
-namespace android {
-namespace hardware {
+namespace android::hardware {
 
 using ::vendor::brevane::hardware::ostrel::V2_0::host::ServerConnection;
 
@@ -128,5 +117,4 @@ void joinRpcThreadpool() {
     }
 }
 
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

@@ -7,12 +7,7 @@
 #include <memory>
 #include <string>
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace V2_0 {
-namespace host {
+namespace vendor::brevane::hardware::ostrel::V2_0::host {
 
 constexpr const char* kInterfaceName = "vendor.brevane.hardware.ostrel.V2_0.IOstrel";
 constexpr const char* kObjectPathPrefix = "/vendor/brevane/hardware/ostrel/V2_0/IOstrel/";
@@ -43,9 +38,4 @@ class ServerConnection {
     std::vector<std::shared_ptr<void>> objects;
 };
 
-}  // namespace host
-}  // namespace V2_0
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::V2_0::host
