@@ -126,7 +126,9 @@ TEST(OstrelFSMRun, AbortKillsAGroupThatIgnoresTerm) {
     pid_t group = m.executorPid();
     ASSERT_TRUE(waitFor([] { return contains(executorLog(), "kelbrun: sleep round 1 of 1"); }, 10));
     pid_t detached = numberAfter(executorLog(), "kelbrun: detached child ");
-    EXPECT_EQ(liveGroupMembers(group).size(), 4u);  // supervisor, executor, child, sleep
+    // Supervisor, executor, child, sleep; the log line comes just before the sleep starts.
+    EXPECT_TRUE(waitFor([&] { return liveGroupMembers(group).size() == 4u; }, 5))
+            << liveGroupMembers(group).size();
     // No result while running.
     EXPECT_EQ(answer(m, GET_RESULT), "");
     EXPECT_EQ(m.getState(), RUNNING);
