@@ -4,7 +4,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 namespace vendor::brevane::hardware::ostrel::core {
 
@@ -23,14 +25,68 @@ OstrelFSM::OstrelFSM(Ostrel* owner)
     srandom(now == static_cast<time_t>(-1) ? 0xCAFEBABAu : static_cast<unsigned>(now));
 }
 
+OstrelFSM::~OstrelFSM() {
+    std::vector<EndedThread> ended;
+    {
+        std::lock_guard<std::recursive_mutex> lock(eventMutex);
+        stopRunThreads();
+        ended.swap(endedThreads);
+    }
+    joinEndedThreads(ended);
+}
+
 PlannerFSMState OstrelFSM::getState() {
     std::lock_guard<std::recursive_mutex> lock(eventMutex);
     return data.getState();
 }
 
-// |data| (the installTesters array) is read by no handler.
 bool OstrelFSM::sendEvent(PlannerEvent event, char* input, char* /*data*/, int value, long buf_fp) {
-    std::lock_guard<std::recursive_mutex> lock(eventMutex);
+    std::vector<EndedThread> ended;
+    bool result;
+    {
+        std::lock_guard<std::recursive_mutex> lock(eventMutex);
+        enterEvent();
+        result = dispatch(event, input, value, buf_fp);
+        leaveEvent(&ended);
+    }
+    joinEndedThreads(ended);
+    return result;
+}
+
+void OstrelFSM::enterEvent() {
+    eventDepth++;
+    data.holdWrites();
+}
+
+// At the end of the outermost event the plan is written once, and the threads
+// of an ended run are taken out to be joined (all but the calling thread, which
+// ends by itself and is joined by a later event).
+void OstrelFSM::leaveEvent(std::vector<EndedThread>* ended) {
+    data.releaseWrites();
+    if (--eventDepth > 0) return;
+    std::thread::id self = std::this_thread::get_id();
+    for (auto it = endedThreads.begin(); it != endedThreads.end();) {
+        if (it->thread->get_id() == self) {
+            ++it;
+        } else {
+            ended->push_back(*it);
+            it = endedThreads.erase(it);
+        }
+    }
+}
+
+// Called without the event lock: a thread being joined may be waiting for it.
+void OstrelFSM::joinEndedThreads(std::vector<EndedThread>& ended) {
+    for (EndedThread& t : ended) {
+        t.thread->join();
+        delete t.thread;
+        if (t.wakeFd >= 0) close(t.wakeFd);
+    }
+    ended.clear();
+}
+
+// |data| (the installTesters array) is read by no handler.
+bool OstrelFSM::dispatch(PlannerEvent event, char* input, int value, long buf_fp) {
     int8_t state = static_cast<int8_t>(data.getState());
     switch (state) {
         case IDLE:
@@ -62,19 +118,57 @@ bool OstrelFSM::idle(PlannerEvent event, char*, char*, int, long) {
     return true;
 }
 
-void OstrelFSM::tickThread() {
-    while (threadsRunning.load()) {
-        sleep(kTickSeconds);
-        sendEvent(TICK, nullptr, nullptr, kTickSeconds, 0);
-        int status = 0;
-        pid_t pid = waitpid(-1, &status, WNOHANG);
-        // Other children reaped here are dropped on purpose.
-        int32_t executor = executorProcessId.load();
-        if (executor >= 1 && pid == executor) {
-            error("ostrel: send finished event, process : %d, status : 0x%04X", pid, status);
-            sendEvent(RUN_FINISHED, nullptr, nullptr, 0, 0);
+bool OstrelFSM::waitForTick(uint32_t run) {
+    std::unique_lock<std::mutex> lock(wakeMutex);
+    return !tickWake.wait_for(lock, tickPeriod, [&] { return !runIsCurrent(run); });
+}
+
+// One TICK per period, then a reap of any ended child; the run's end is sent
+// when the reaped child is the executor's supervisor. Both happen under the
+// event lock and only while the thread's run is the current one, so a thread of
+// an ended run never counts a tick or reaps the next run's supervisor.
+void OstrelFSM::tickThread(uint32_t run) {
+    while (waitForTick(run)) {
+        std::vector<EndedThread> ended;
+        {
+            std::lock_guard<std::recursive_mutex> lock(eventMutex);
+            if (!runIsCurrent(run)) break;
+            enterEvent();
+            sendEvent(TICK, nullptr, nullptr, kTickSeconds, 0);
+            int status = 0;
+            pid_t pid = waitpid(-1, &status, WNOHANG);
+            // Other children reaped here are dropped on purpose.
+            int32_t executor = executorProcessId.load();
+            if (executor >= 1 && pid == executor) {
+                error("ostrel: send finished event, process : %d, status : 0x%04X", pid, status);
+                sendEvent(RUN_FINISHED, nullptr, nullptr, 0, 0);
+            }
+            leaveEvent(&ended);
+        }
+        joinEndedThreads(ended);
+    }
+}
+
+void OstrelFSM::stopRunThreads() {
+    if (tickThreadHandle == nullptr) return;
+    threadsRunning.store(false);
+    {
+        std::lock_guard<std::mutex> lock(wakeMutex);
+        runGeneration.fetch_add(1);
+    }
+    tickWake.notify_all();
+    if (monitorWakeFd >= 0) {
+        uint64_t one = 1;
+        if (write(monitorWakeFd, &one, sizeof(one)) != sizeof(one)) {
+            int err = errno;
+            error("ostrel: wake monitor (errno:%d, %s)\n", err, strerror(err));
         }
     }
+    endedThreads.push_back({tickThreadHandle, -1});
+    if (monitorThreadHandle != nullptr) endedThreads.push_back({monitorThreadHandle, monitorWakeFd});
+    tickThreadHandle = nullptr;
+    monitorThreadHandle = nullptr;
+    monitorWakeFd = -1;
 }
 
 }  // namespace vendor::brevane::hardware::ostrel::core

@@ -8,10 +8,13 @@
 #include <ziparchive/zip_writer.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <ctime>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "OstrelFSMData.h"
 #include "OstrelLog.h"
@@ -41,12 +44,15 @@ constexpr const char* FSM_RESULT_DIR = "/data/vendor/qav/results";
 constexpr const char* kShortHistoryPath = "/data/fyr_exp/db_history";
 constexpr const char* kLongHistoryPath = "/data/vendor/brvlog/fyr_exp/db_history";
 constexpr int kTickSeconds = 10;
+// A missing crash-history file is looked for again this often.
+constexpr std::chrono::milliseconds kHistoryRetry{1000};
 
 class OstrelFSM {
   public:
     explicit OstrelFSM(Ostrel* owner);
-    // Leaves the threads, the executor and the persisted state as they are.
-    ~OstrelFSM() = default;
+    // Ends the run's threads (they use this object) and leaves the executor and
+    // the persisted state as they are.
+    ~OstrelFSM();
 
     // The single entry point for events. |buf_fp| carries a FILE* for the
     // handler's textual answer, or 0.
@@ -65,6 +71,10 @@ class OstrelFSM {
     bool checkRunningTestcasesTickToTarget();
     bool resetRunningTestcasesTick();
 
+    // The end of a run in RUNNING: persists the finished flag, terminates the
+    // executor's process group, ends the run's threads, moves to COMPLETING.
+    void endRun();
+
     // Test execution.
     bool runTestcases();
     // The executor's command line for the selected test cases (nothing is started).
@@ -76,7 +86,20 @@ class OstrelFSM {
     bool packResults(char* zipfilename);
     int collect_files(ZipWriter& writer, const char* dir);
     int remove_files(const char* dir);
-    void monitorDBHistoryThread();
+    // What the monitor of one run watches: set up before the executor starts, so
+    // that a line written in the executor's first moments is not missed.
+    struct HistoryWatch {
+        struct File {
+            const char* path;
+            int wd;
+            bool readableAtStart;
+        };
+        int fd;      // the inotify instance, -1 when there is none
+        int wakeFd;  // readable once the run has ended
+        File files[2];
+    };
+    HistoryWatch watchDBHistory();
+    void monitorDBHistoryThread(HistoryWatch watch, uint32_t run);
     std::string getLastLine(std::string path);
     bool appendLastLine(std::string path);
     bool saveDBHistory(char* hisfilename);
@@ -84,8 +107,8 @@ class OstrelFSM {
     // The configuration list as JSON text (malloc'd; the caller frees it), or null.
     char* getConfig();
 
-    // Thread bodies.
-    void tickThread();
+    // Thread bodies; |run| is the run generation the thread belongs to.
+    void tickThread(uint32_t run);
 
     template <typename... Args>
     void error(const char* fmt, Args... args) {
@@ -100,8 +123,33 @@ class OstrelFSM {
     // The clock used for result names; tests replace it to name a result at a
     // given moment or with no clock at all.
     void setTimeSource(time_t (*source)(time_t*)) { timeSource = source; }
+    // The tick thread's period and the monitor's retry for a missing file; tests
+    // shorten them. A tick still counts kTickSeconds.
+    void setRunTimings(std::chrono::milliseconds tick, std::chrono::milliseconds retry) {
+        tickPeriod = tick;
+        historyRetry = retry;
+    }
 
   private:
+    struct EndedThread {
+        std::thread* thread;
+        int wakeFd;  // closed once the thread is joined; -1 for none
+    };
+    // Outermost-event bookkeeping: writes are held for the whole event, and the
+    // threads of a run that ended are joined after the event lock is released.
+    void enterEvent();
+    void leaveEvent(std::vector<EndedThread>* ended);
+    void joinEndedThreads(std::vector<EndedThread>& ended);
+    bool dispatch(PlannerEvent event, char* input, int value, long buf_fp);
+    // Wakes the current run's threads and hands them over to be joined.
+    void stopRunThreads();
+    // Waits one tick period; false once run |run| has ended.
+    bool waitForTick(uint32_t run);
+    bool runIsCurrent(uint32_t run) const { return runGeneration.load() == run; }
+    void terminateExecutorGroup();
+    // Appends the last line of |path| unless run |run| has ended.
+    bool appendForRun(const char* path, uint32_t run);
+
     Ostrel* owner;
     OstrelFSMData data;
     // The supervisor's process id, which is also the run's process-group id;
@@ -113,7 +161,20 @@ class OstrelFSM {
     // Serialises events from the binder thread and the tick thread; follow-on
     // events re-enter on the same thread.
     std::recursive_mutex eventMutex;
+    int eventDepth = 0;
     time_t (*timeSource)(time_t*) = ::time;
+
+    // The run the threads belong to: advanced when a run's threads are stopped.
+    // A thread acts only while the generation is the one it was started with.
+    std::atomic<uint32_t> runGeneration{0};
+    std::mutex wakeMutex;
+    std::condition_variable tickWake;
+    int monitorWakeFd = -1;
+    // Serialises appends to the history copy with its reset at a run start.
+    std::mutex historyMutex;
+    std::vector<EndedThread> endedThreads;
+    std::chrono::milliseconds tickPeriod{std::chrono::seconds(kTickSeconds)};
+    std::chrono::milliseconds historyRetry{kHistoryRetry};
 };
 
 }  // namespace core

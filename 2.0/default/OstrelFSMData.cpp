@@ -85,6 +85,7 @@ bool OstrelFSMData::loadFSMData() {
     }
     std::string text;
     if (readPlanFile(&text)) parseJsonText(document, text.data(), text.size());
+    lastWritten = text;
     return true;
 }
 
@@ -97,16 +98,51 @@ bool OstrelFSMData::writeFSMData() {
         error("Document is empty");
         return false;
     }
+    if (writeHolds > 0) {
+        changed = true;
+        return true;
+    }
     rapidjson::StringBuffer buffer;
     rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
     document.Accept(writer);
-
-    int fd = open(kPlanTempFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) return true;
-    bool written = writeAll(fd, buffer.GetString(), buffer.GetSize()) && fsync(fd) == 0;
-    close(fd);
-    if (!written || rename(kPlanTempFile, kPlanFile) != 0) unlink(kPlanTempFile);
+    replacePlanFile(std::string(buffer.GetString(), buffer.GetSize()));
     return true;
+}
+
+bool OstrelFSMData::replacePlanFile(const std::string& text) {
+    int fd = open(kPlanTempFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) return false;
+    bool written = writeAll(fd, text.data(), text.size()) && fsync(fd) == 0;
+    close(fd);
+    if (!written || rename(kPlanTempFile, kPlanFile) != 0) {
+        unlink(kPlanTempFile);
+        return false;
+    }
+    lastWritten = text;
+    writes++;
+    return true;
+}
+
+void OstrelFSMData::holdWrites() {
+    writeHolds++;
+}
+
+void OstrelFSMData::releaseWrites() {
+    if (writeHolds > 0 && --writeHolds == 0) commitWrites();
+}
+
+void OstrelFSMData::commitWrites() {
+    if (!changed) return;
+    changed = false;
+    // A document that stopped being an object was reported by the setter.
+    if (!document.IsObject()) return;
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    document.Accept(writer);
+    std::string text(buffer.GetString(), buffer.GetSize());
+    struct stat st;
+    if (text == lastWritten && stat(kPlanFile, &st) == 0) return;
+    replacePlanFile(text);
 }
 
 rapidjson::Value* OstrelFSMData::rootMember(const char* key) {

@@ -1,9 +1,13 @@
 // The plan store: one JSON document (state, run flags, test cases and their
 // progress counters) mirrored into the plan file after every change, so that a
-// run survives a restart of the service or a reboot of the device.
+// run survives a restart of the service or a reboot of the device. While writes
+// are held (one event of the machine), the changes are collected and the plan
+// is written once when the outermost hold is released.
 #pragma once
 
 #include <rapidjson/document.h>
+
+#include <string>
 
 #include "PlannerTypes.h"
 
@@ -20,7 +24,18 @@ class OstrelFSMData {
 
     bool isFSMDataExist();
     bool loadFSMData();
+    // Writes the plan now, or marks it to be written when writes are held.
     bool writeFSMData();
+
+    // Holds writes until the matching releaseWrites (holds nest). The outermost
+    // release writes the plan once if a change was made, unless the text is the
+    // one last written and the file is still there.
+    void holdWrites();
+    void releaseWrites();
+    // Writes what a held change left, before a step that must find it on disk.
+    void commitWrites();
+    // Plan files written so far by this store (for measurements).
+    unsigned long writeCount() const { return writes; }
 
     PlannerFSMState getState();
     bool setState(PlannerFSMState state);
@@ -60,8 +75,15 @@ class OstrelFSMData {
     bool setTestcaseInt(int i, const char* key, int value);
     int getTestcaseInt(int i, const char* key);
     bool getTestcaseBool(int i, const char* key);
+    // The atomic replace of the plan file with |text|.
+    bool replacePlanFile(const std::string& text);
 
     rapidjson::Document document;
+    int writeHolds = 0;
+    bool changed = false;
+    // The text of the plan file as this store last read or wrote it.
+    std::string lastWritten;
+    unsigned long writes = 0;
 };
 
 }  // namespace vendor::brevane::hardware::ostrel::core

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -21,35 +22,51 @@ constexpr uint32_t kWatchMask = IN_MODIFY | IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr uint32_t kSkippedEvents = IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED;
 constexpr size_t kEventBufferSize = 1024;
 
-struct WatchedFile {
-    const char* path;
-    int wd;
-    bool readableAtStart;
-};
-
 }  // namespace
 
-void OstrelFSM::monitorDBHistoryThread() {
-    char buf[kEventBufferSize];
-    memset(buf, 0, sizeof(buf));
-    int fd = inotify_init();
-    if (fd < 0) {
+// Notes which crash-history files exist and watches them. Called before the
+// executor starts: a file its first crash creates is then taken as new.
+OstrelFSM::HistoryWatch OstrelFSM::watchDBHistory() {
+    HistoryWatch watch = {-1,
+                          -1,
+                          {{kShortHistoryPath, -1, access(kShortHistoryPath, R_OK) == 0},
+                           {kLongHistoryPath, -1, access(kLongHistoryPath, R_OK) == 0}}};
+    watch.fd = inotify_init1(IN_CLOEXEC);
+    if (watch.fd < 0) {
         int err = errno;
         error("ostrel: inotify_init (errno:%d, %s)\n", err, strerror(err));
-        return;
+        return watch;
     }
-    WatchedFile files[2] = {
-            {kShortHistoryPath, -1, access(kShortHistoryPath, R_OK) == 0},
-            {kLongHistoryPath, -1, access(kLongHistoryPath, R_OK) == 0},
-    };
-    if (!threadsRunning.load()) {
-        close(fd);
-        return;
+    for (HistoryWatch::File& f : watch.files) {
+        if (!f.readableAtStart) continue;
+        f.wd = inotify_add_watch(watch.fd, f.path, kWatchMask);
+        if (f.wd == -1) {
+            int err = errno;
+            error("ostrel: inotify_add_watch %s (errno:%d, %s)\n", f.path, err, strerror(err));
+        }
     }
-    do {
-        for (WatchedFile& f : files) {
+    return watch;
+}
+
+bool OstrelFSM::appendForRun(const char* path, uint32_t run) {
+    std::lock_guard<std::mutex> lock(historyMutex);
+    if (!runIsCurrent(run)) return false;
+    appendLastLine(path);
+    return true;
+}
+
+// Runs until run |run| ends; the end of the run wakes it through its wake
+// descriptor.
+void OstrelFSM::monitorDBHistoryThread(HistoryWatch watch, uint32_t run) {
+    int wakeFd = watch.wakeFd;
+    if (watch.fd < 0) return;
+    char buf[kEventBufferSize];
+    memset(buf, 0, sizeof(buf));
+    HistoryWatch::File* files = watch.files;
+    while (runIsCurrent(run)) {
+        for (HistoryWatch::File& f : watch.files) {
             if (f.wd != -1 || access(f.path, R_OK) != 0) continue;
-            f.wd = inotify_add_watch(fd, f.path, kWatchMask);
+            f.wd = inotify_add_watch(watch.fd, f.path, kWatchMask);
             if (f.wd == -1) {
                 int err = errno;
                 error("ostrel: inotify_add_watch %s (errno:%d, %s)\n", f.path, err,
@@ -57,35 +74,41 @@ void OstrelFSM::monitorDBHistoryThread() {
             }
             // A file that appeared during the run holds a new crash already.
             // While its watch keeps failing this is repeated on every pass.
-            if (!f.readableAtStart) appendLastLine(f.path);
+            if (!f.readableAtStart) appendForRun(f.path, run);
         }
-        // A missing file is looked for again every second.
+        // A missing file is looked for again every retry period.
         bool bothWatched = files[0].wd != -1 && files[1].wd != -1;
-        struct timeval timeout = {bothWatched ? 10 : 1, 0};
+        struct timeval timeout = {kTickSeconds, 0};
+        if (!bothWatched) {
+            timeout.tv_sec = historyRetry.count() / 1000;
+            timeout.tv_usec = (historyRetry.count() % 1000) * 1000;
+        }
         fd_set readSet;
         FD_ZERO(&readSet);
-        FD_SET(fd, &readSet);
-        if (select(fd + 1, &readSet, nullptr, nullptr, &timeout) < 1) continue;
+        FD_SET(watch.fd, &readSet);
+        if (wakeFd >= 0) FD_SET(wakeFd, &readSet);
+        int ready = select(std::max(watch.fd, wakeFd) + 1, &readSet, nullptr, nullptr, &timeout);
+        if (ready < 1 || (wakeFd >= 0 && FD_ISSET(wakeFd, &readSet))) continue;
 
-        ssize_t n = read(fd, buf, sizeof(buf) - 1);
+        ssize_t n = read(watch.fd, buf, sizeof(buf) - 1);
         for (ssize_t off = 0; n >= 1 && off < n;) {
             struct inotify_event event;
             memcpy(&event, buf + off, sizeof(event));
             off += sizeof(struct inotify_event) + event.len;
             if (event.mask & kSkippedEvents) continue;
             if (event.wd == files[0].wd) {
-                appendLastLine(files[0].path);
+                appendForRun(files[0].path, run);
             } else if (event.wd == files[1].wd) {
-                appendLastLine(files[1].path);
+                appendForRun(files[1].path, run);
             }
         }
         memset(buf, 0, sizeof(buf));
-    } while (threadsRunning.load());
-
-    for (WatchedFile& f : files) {
-        if (f.wd >= 1) inotify_rm_watch(fd, f.wd);
     }
-    close(fd);
+
+    for (HistoryWatch::File& f : watch.files) {
+        if (f.wd >= 1) inotify_rm_watch(watch.fd, f.wd);
+    }
+    close(watch.fd);
 }
 
 std::string OstrelFSM::getLastLine(std::string path) {

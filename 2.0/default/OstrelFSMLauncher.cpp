@@ -26,7 +26,9 @@ bool OstrelFSM::forkAndExec(char** argv) {
         }
         runKelbrun(argv);
         error("ostrel: runKelbrun should not be here!! ");
-        exit(1);
+        // _exit: the static destructors inherited from the service may wait on
+        // locks that other threads held at fork time.
+        _exit(1);
     }
     if (pid < 1) {
         int err = errno;
@@ -58,7 +60,7 @@ bool OstrelFSM::runKelbrun(char** argv) {
         error("ostrel: execvp %s should not be here!! (errno:%d, %s)", argv[0], err,
               strerror(err));
         delete[] argv;
-        exit(1);
+        _exit(1);
     }
     if (pid < 1) {
         int err = errno;

@@ -59,8 +59,11 @@ bool OstrelFSM::preparing(PlannerEvent event, char* input, char*, int, long buf_
             // The work directory and the history copy are cleaned before the
             // flags change, and the flags are persisted before the state.
             remove_files(kExecutorDir);
-            unlink(kHistoryCopy);
-            if (FILE* fp = fopen(kHistoryCopy, "w")) fclose(fp);
+            {
+                std::lock_guard<std::mutex> lock(historyMutex);
+                unlink(kHistoryCopy);
+                if (FILE* fp = fopen(kHistoryCopy, "w")) fclose(fp);
+            }
             data.setRunStart(true);
             data.setRunFinished(false);
             setRunningTestcasesTick();

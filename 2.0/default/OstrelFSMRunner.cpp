@@ -1,6 +1,10 @@
 // The test-case runner: one executor command line from all selected test cases,
 // each followed by what is left of it, then the executor and the run's threads.
+#include <sys/eventfd.h>
+
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -66,13 +70,27 @@ bool OstrelFSM::runTestcases() {
     char** argv = new char*[words.size() + 1];
     for (size_t w = 0; w < words.size(); w++) argv[w] = &words[w][0];
     argv[words.size()] = nullptr;
+    // A second start in the same run replaces the threads, so ticks are never
+    // counted twice.
+    stopRunThreads();
+    uint32_t run = runGeneration.load();
+    // The crash-history files are watched before the executor can write them,
+    // and the plan is on disk before the executor runs.
+    HistoryWatch watch = watchDBHistory();
+    data.commitWrites();
     // Without an executor the run ends only by runFinished or runAbort.
     forkAndExec(argv);
     delete[] argv;
 
+    monitorWakeFd = eventfd(0, EFD_CLOEXEC);
+    if (monitorWakeFd < 0) {
+        int err = errno;
+        error("ostrel: eventfd (errno:%d, %s)\n", err, strerror(err));
+    }
+    watch.wakeFd = monitorWakeFd;
     threadsRunning.store(true);
-    tickThreadHandle = new std::thread(&OstrelFSM::tickThread, this);
-    monitorThreadHandle = new std::thread(&OstrelFSM::monitorDBHistoryThread, this);
+    tickThreadHandle = new std::thread(&OstrelFSM::tickThread, this, run);
+    monitorThreadHandle = new std::thread(&OstrelFSM::monitorDBHistoryThread, this, watch, run);
     return true;
 }
 

@@ -1,5 +1,5 @@
 // RUNNING: starts or resumes the test cases, counts ticks, answers GET_TEST, and
-// ends the run by terminating the executor's process group.
+// ends the run (endRun) by terminating the executor's process group.
 #include <signal.h>
 #include <unistd.h>
 
@@ -52,58 +52,50 @@ bool OstrelFSM::running(PlannerEvent event, char*, char*, int value, long buf_fp
             return true;
         case RUN_ABORT:
         case RUN_FINISHED:
-            break;
+            endRun();
+            return true;
         default:
             return true;
     }
+}
 
-    // End of the run. The flag is persisted before any signal, so a restart
-    // during termination resumes in COMPLETING.
-    if (live()) data.setRunFinished(true);
-    int32_t p = executorProcessId.load();
-    if (p >= 1) {
-        if (groupExists(p)) {
-            error("ostrel: terminate process group: -%d", p);
-            if (kill(-p, SIGTERM) == -1) {
-                error("ostrel: terminate process group: -%d, (errno:%d, %s)\n", p, errno,
-                      strerror(errno));
-            }
-            // The group gets about 200 microseconds to honour SIGTERM.
-            bool present = groupExists(p);
-            if (present) {
-                usleep(100);
-                present = groupExists(p);
-                if (present) {
-                    usleep(100);
-                    present = groupExists(p);
-                }
-            }
-            if (present) {
-                error("ostrel: delete process group again: -%d", p);
-                if (kill(-p, SIGKILL) == -1) {
-                    error("ostrel: delete process group again: -%d, (errno:%d, %s)\n", p, errno,
-                          strerror(errno));
-                }
-            }
-        }
-    }
+void OstrelFSM::endRun() {
+    // The flag is written to disk before any signal, so a restart during
+    // termination resumes in COMPLETING.
+    if (data.getRunStart() && !data.getRunFinished()) data.setRunFinished(true);
+    data.commitWrites();
+    terminateExecutorGroup();
     executorProcessId.store(-1);
-    if (tickThreadHandle != nullptr) {
-        // Both threads end by themselves when they next see the flag; neither is
-        // joined. When this runs on the tick thread it releases its own handle.
-        threadsRunning.store(false);
-        tickThreadHandle->detach();
-        monitorThreadHandle->detach();
-        delete tickThreadHandle;
-        delete monitorThreadHandle;
-        // The next run overwrites both; clearing them keeps a second end of the
-        // same run from releasing them twice.
-        tickThreadHandle = nullptr;
-        monitorThreadHandle = nullptr;
-    }
+    stopRunThreads();
     data.setState(COMPLETING);
     sendEvent(RUN_FINISHED, nullptr, nullptr, 0, 0);
-    return true;
+}
+
+// SIGTERM to the executor's group, and SIGKILL when the group is still there
+// about 200 microseconds later.
+void OstrelFSM::terminateExecutorGroup() {
+    int32_t p = executorProcessId.load();
+    if (p < 1 || !groupExists(p)) return;
+    error("ostrel: terminate process group: -%d", p);
+    if (kill(-p, SIGTERM) == -1) {
+        error("ostrel: terminate process group: -%d, (errno:%d, %s)\n", p, errno, strerror(errno));
+    }
+    bool present = groupExists(p);
+    if (present) {
+        usleep(100);
+        present = groupExists(p);
+        if (present) {
+            usleep(100);
+            present = groupExists(p);
+        }
+    }
+    if (present) {
+        error("ostrel: delete process group again: -%d", p);
+        if (kill(-p, SIGKILL) == -1) {
+            error("ostrel: delete process group again: -%d, (errno:%d, %s)\n", p, errno,
+                  strerror(errno));
+        }
+    }
 }
 
 }  // namespace vendor::brevane::hardware::ostrel::core
