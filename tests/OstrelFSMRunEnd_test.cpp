@@ -1,0 +1,160 @@
+// Runs that end alone: the threads of an ended run stop at once and never act for
+// the next run, every crash line written after the run starts is collected, and
+// one event writes the plan once. Ticks are shortened through setRunTimings.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <memory>
+
+#include "RunSupport.h"
+
+using namespace vendor::brevane::hardware::ostrel::core;
+using namespace ostrel_test;
+
+namespace {
+
+constexpr auto kFastTick = std::chrono::milliseconds(50);
+
+int threadCount() {
+    int n = 0;
+    DIR* d = opendir("/proc/self/task");
+    while (struct dirent* e = d ? readdir(d) : nullptr) n += e->d_name[0] != '.';
+    if (d) closedir(d);
+    return n;
+}
+
+void appendFile(const std::string& path, const std::string& text) {
+    writeFile(path, readFile(path) + text);
+}
+
+ino_t planInode() {
+    struct stat st;
+    return stat(kPlanFile, &st) == 0 ? st.st_ino : 0;
+}
+
+std::unique_ptr<OstrelFSM> fastMachine(const std::vector<Testcase>& plan) {
+    writePlan(planJson(PREPARING, false, false, plan));
+    auto m = std::make_unique<OstrelFSM>(nullptr);
+    m->setRunTimings(kFastTick, std::chrono::milliseconds(20));
+    return m;
+}
+
+Testcase hours(const std::string& command, int value) {
+    Testcase t;
+    t.command = "\"" + command + "\"";
+    t.isRound = false;
+    t.value = value;
+    return t;
+}
+
+}  // namespace
+
+TEST(OstrelFSMRunEnd, EndedRunsThreadsStopAndNeverActForTheNextRun) {
+    auto m = fastMachine({hours("sleep 60", 1)});
+    for (int run = 1; run <= 6; run++) {
+        ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+        EXPECT_EQ(threadCount(), 3) << "run " << run;
+        ASSERT_TRUE(m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
+        // The abort returns once both threads have ended.
+        EXPECT_EQ(threadCount(), 1) << "after abort " << run;
+        ASSERT_FALSE(answer(*m, GET_RESULT).empty());
+        ASSERT_EQ(m->getState(), PREPARING);
+    }
+
+    auto begin = std::chrono::steady_clock::now();
+    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    usleep(100 * 1000);
+    appendFile(kShortHistoryPath, "crash of run 7\n");
+    std::this_thread::sleep_for(20 * kFastTick);
+    EXPECT_EQ(threadCount(), 3);
+    int counted = m->planStore().getTestcaseCurrentTime(0);
+    double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    // One run's ticks at most: 10 seconds per period elapsed.
+    EXPECT_LE(counted, 10 * static_cast<int>(elapsed / 0.05 + 1));
+    EXPECT_GE(counted, 10);
+    EXPECT_EQ(readFile(kHistoryCopy), "crash of run 7\n");
+
+    ASSERT_TRUE(m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
+    EXPECT_EQ(threadCount(), 1);
+}
+
+TEST(OstrelFSMRunEnd, RunEndedByTheTickThreadLeavesNoThreadBehind) {
+    auto m = fastMachine({hours("say done", 1)});
+    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    ASSERT_TRUE(waitFor([&] { return m->getState() == COMPLETING; }, 10));
+    // The tick thread ended the run; it is joined by the next event.
+    EXPECT_TRUE(waitFor([] { return threadCount() == 1; }, 1));
+    EXPECT_FALSE(answer(*m, GET_RESULT).empty());
+    EXPECT_EQ(threadCount(), 1);
+}
+
+// A file that the executor's first crash creates, or a line it adds to a file
+// that exists: either comes right after the run starts, and is collected.
+TEST(OstrelFSMRunEnd, CrashLineWrittenAsTheRunStartsIsCollected) {
+    struct Case {
+        const char* path;
+        bool existsBefore;
+    };
+    const Case cases[] = {{kShortHistoryPath, false}, {kLongHistoryPath, false},
+                          {kShortHistoryPath, true}, {kLongHistoryPath, true}};
+    for (const Case& c : cases) {
+        for (int attempt = 0; attempt < 10; attempt++) {
+            unlink(kShortHistoryPath);
+            unlink(kLongHistoryPath);
+            if (c.existsBefore) writeFile(c.path, "old line\n");
+            auto m = fastMachine({hours("sleep 60", 1)});
+            ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+            appendFile(c.path, "first crash\n");
+            // A file seen as it appears and then as it changes gives the line twice.
+            EXPECT_TRUE(waitFor([] { return readFile(kHistoryCopy) != ""; }, 2));
+            std::string copy = readFile(kHistoryCopy);
+            EXPECT_TRUE(copy == "first crash\n" || (!c.existsBefore && copy == "first crash\nfirst crash\n"))
+                    << c.path << (c.existsBefore ? " (existing)" : " (new)") << ", attempt "
+                    << attempt << ": copy holds '" << copy << "'";
+            m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
+        }
+    }
+}
+
+TEST(OstrelFSMRunEnd, AnEventWritesThePlanOnceAndAReadWritesNothing) {
+    std::vector<Testcase> plan;
+    for (int i = 0; i < 50; i++) plan.push_back(hours("sleep 60", 1));
+    auto m = fastMachine(plan);
+    // Only the ticks sent below.
+    m->setRunTimings(std::chrono::seconds(60), std::chrono::milliseconds(20));
+    OstrelFSMData& store = m->planStore();
+
+    unsigned long before = store.writeCount();
+    ino_t inode = planInode();
+    EXPECT_FALSE(answer(*m, GET_TEST).empty());
+    EXPECT_EQ(store.writeCount(), before);
+    EXPECT_EQ(planInode(), inode) << "a read replaced the plan file";
+
+    // A missing plan file is written again by the next event.
+    unlink(kPlanFile);
+    answer(*m, GET_TEST);
+    EXPECT_EQ(store.writeCount(), before + 1);
+    EXPECT_EQ(readFile(kPlanFile), answer(*m, GET_TEST));
+
+    // Start, abort and result: a handful of writes, not one per setter.
+    before = store.writeCount();
+    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    EXPECT_EQ(readFile(kPlanFile), answer(*m, GET_TEST));
+    ASSERT_TRUE(m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
+    EXPECT_EQ(readFile(kPlanFile), answer(*m, GET_TEST));
+    ASSERT_FALSE(answer(*m, GET_RESULT).empty());
+    EXPECT_LE(store.writeCount() - before, 4u);
+
+    // A tick of 50 time-based test cases: one write, holding every counter.
+    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    before = store.writeCount();
+    m->sendEvent(TICK, nullptr, nullptr, 10, 0);
+    EXPECT_EQ(store.writeCount(), before + 1);
+    std::string file = readFile(kPlanFile);
+    size_t tens = 0;
+    for (size_t at = 0; (at = file.find("\"testcase_current_time\":10", at)) != std::string::npos; at++) {
+        tens++;
+    }
+    EXPECT_EQ(tens, 50u);
+    m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
+}
