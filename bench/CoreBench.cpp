@@ -39,6 +39,7 @@ std::string runningPlan(int count) {
 }
 
 int tickBench(int argc, char** argv) {
+    double cpuPerTick[2] = {0, 0};  // at 100 and at 1,000 test cases
     for (int a = 0; a < argc; a++) {
         int count = 0, ticks = 0;
         if (sscanf(argv[a], "%d:%d", &count, &ticks) != 2 || count < 1 || ticks < 1) {
@@ -51,8 +52,6 @@ int tickBench(int argc, char** argv) {
             fprintf(stderr, "ostrel_bench_core: the plan of %d test cases was refused\n", count);
             return 1;
         }
-        struct stat st = {};
-        stat("/data/vendor/qav/data/ostreldata.txt", &st);
         sync();
         double cpu0 = selfCpuSeconds(), wall0 = nowSeconds();
         long long disk0 = selfIoField("write_bytes"), wchar0 = selfIoField("wchar");
@@ -66,12 +65,22 @@ int tickBench(int argc, char** argv) {
                     count - 1, last);
             return 1;
         }
+        struct stat st = {};
+        stat("/data/vendor/qav/data/ostreldata.txt", &st);
+        double perTick = double(wchar) / ticks;
+        if (count == 100) cpuPerTick[0] = cpu / ticks;
+        if (count == 1000) cpuPerTick[1] = cpu / ticks;
         row("TICK, " + std::to_string(count) + " time-based test case" + (count > 1 ? "s" : "") +
-                    " (" + std::to_string(ticks) + " ticks, plan " +
-                    std::to_string(st.st_size / 1024.0 < 1 ? 1 : st.st_size / 1024) + " KiB)",
+                    " (" + std::to_string(ticks) + " ticks)",
             fmt("%.3f ms CPU", cpu / ticks * 1e3) + ", " + fmt("%.3f ms wall", wall / ticks * 1e3) +
-                    ", " + fmt("%.1f KiB to disk", disk / 1024.0 / ticks) + " (" +
-                    fmt("%.1f KiB written", wchar / 1024.0 / ticks) + ")");
+                    ", " + fmt("%.1f KiB written", perTick / 1024) + " (" +
+                    fmt("%.1f KiB to disk", disk / 1024.0 / ticks) + ")",
+            "plan " + fmt("%.1f KiB", st.st_size / 1024.0),
+            fmt("x%.2f of the plan a tick", perTick / st.st_size));
+    }
+    if (cpuPerTick[0] > 0 && cpuPerTick[1] > 0) {
+        row("TICK CPU, 1,000 against 100 test cases", fmt("%.3f ms", cpuPerTick[1] * 1e3),
+            fmt("%.3f ms", cpuPerTick[0] * 1e3), fmt("x%.1f", cpuPerTick[1] / cpuPerTick[0]));
     }
     return 0;
 }
