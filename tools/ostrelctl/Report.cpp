@@ -1,12 +1,14 @@
 // ostrelctl report, the reading half: the result archive is opened with
 // libziparchive, every entry name is checked, the plan and the crash history
 // are extracted within a size cap, and the executor log is streamed through a
-// bounded tail. Nothing is written to disk.
+// bounded tail. Every entry read is checked against its CRC (this
+// libziparchive does not check). Nothing is written to disk.
 #include <fcntl.h>
 #include <rapidjson/document.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <ziparchive/zip_archive.h>
+#include <zlib.h>
 
 #include <cerrno>
 #include <cstring>
@@ -114,6 +116,11 @@ bool extractEntry(ZipArchiveHandle handle, const char* name, uint64_t cap, std::
                                      entry.uncompressed_length);
     if (status != 0) {
         *error = std::string("cannot extract ") + name + ": " + ErrorCodeString(status);
+        return false;
+    }
+    if (crc32(0, reinterpret_cast<const Bytef*>(text->data()), static_cast<uInt>(text->size())) !=
+        entry.crc32) {
+        *error = std::string(name) + " is damaged (its CRC does not match)";
         return false;
     }
     return true;
@@ -250,11 +257,18 @@ bool readHistory(ZipArchiveHandle handle, const std::string& archivePath, RunRep
     return true;
 }
 
+struct LogStream {
+    std::string tail;
+    uLong crc = crc32(0, nullptr, 0);
+};
+
 // Keeps the last kLogTailBytes (at most twice that in memory) of a stream.
 bool keepTail(const uint8_t* buf, size_t size, void* cookie) {
-    auto* tail = static_cast<std::string*>(cookie);
-    tail->append(reinterpret_cast<const char*>(buf), size);
-    if (tail->size() > 2 * kLogTailBytes) tail->erase(0, tail->size() - kLogTailBytes);
+    auto* stream = static_cast<LogStream*>(cookie);
+    stream->crc = crc32(stream->crc, buf, static_cast<uInt>(size));
+    std::string& tail = stream->tail;
+    tail.append(reinterpret_cast<const char*>(buf), size);
+    if (tail.size() > 2 * kLogTailBytes) tail.erase(0, tail.size() - kLogTailBytes);
     return true;
 }
 
@@ -263,12 +277,17 @@ bool readLog(ZipArchiveHandle handle, RunReport* report, std::string* error) {
     if (FindEntry(handle, kLogEntry, &entry) != 0) return true;
     report->logPresent = true;
     report->logSize = entry.uncompressed_length;
-    std::string tail;
-    int32_t status = ProcessZipEntryContents(handle, &entry, keepTail, &tail);
+    LogStream stream;
+    int32_t status = ProcessZipEntryContents(handle, &entry, keepTail, &stream);
     if (status != 0) {
         *error = std::string("cannot read ") + kLogEntry + ": " + ErrorCodeString(status);
         return false;
     }
+    if (stream.crc != entry.crc32) {
+        *error = std::string(kLogEntry) + " is damaged (its CRC does not match)";
+        return false;
+    }
+    std::string& tail = stream.tail;
     bool cut = tail.size() > kLogTailBytes;
     if (cut) tail.erase(0, tail.size() - kLogTailBytes);
     std::vector<std::string> lines = splitLines(tail);

@@ -121,7 +121,10 @@ std::string reportText(const RunReport& report) {
     for (const auto& c : report.cases) {
         std::string reached = c.counted ? amount(c, c.reached) : "-";
         std::string what = oneLine(c.name) + " [" + oneLine(c.command) + "]";
-        if (!c.counted) what += " (" + std::to_string(c.asked) + " rounds asked of the executor)";
+        if (!c.counted) {
+            what += " (" + std::to_string(c.asked) + (c.asked == 1 ? " round" : " rounds") +
+                    " asked of the executor)";
+        }
         snprintf(row, sizeof(row), "%-8s %-7s %9s %9s  ", verdictName(c.verdict), kindName(c.kind),
                  reached.c_str(), amount(c, c.target).c_str());
         out += row + what + "\n";
