@@ -7,12 +7,13 @@ HISTORY_COPY=/data/vendor/qav/data/db_history
 
 start_service
 ctl boot-completed >/dev/null
+# The short crash line carries XML's special characters and a control byte.
 # The crashes wait 3 s: the monitor starts after the executor, and the executor
 # started again after the boot must not reach them before the abort.
 cat > /tmp/plan.json <<'PLAN'
 {"not_set":false,"current_state":1,"run_start":false,"run_finished":false,"testcases":[
  {"name":"greeting","select":true,"command":"say hi","testcase_value":2,"isRound":true,"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0},
- {"name":"crash lines","select":true,"command":"sleep 3 1 crash short e2e-short 1 crash long e2e-long","testcase_value":1,"isRound":true,"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0},
+ {"name":"crash lines","select":true,"command":"sleep 3 1 crash short e2e<short&\u0001 1 crash long e2e-long","testcase_value":1,"isRound":true,"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0},
  {"name":"warm-up","select":true,"command":"say warm","testcase_value":0,"isRound":false,"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0},
  {"name":"reboots","select":true,"command":"sleep 60","testcase_value":3,"isRound":true,"isBootTest":true,"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0},
  {"name":"not selected","select":false,"command":"say never","testcase_value":1,"isRound":true,"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0}]}
@@ -49,13 +50,13 @@ check "text: the verdict table" "$(cat <<EOF
 Ostrel run $stamp ($archive): fail
 VERDICT  KIND      REACHED    TARGET  TEST CASE [COMMAND]
 unknown  rounds          -         2  greeting [say hi] (2 rounds asked of the executor)
-unknown  rounds          -         1  crash lines [sleep 3 1 crash short e2e-short 1 crash long e2e-long] (1 round asked of the executor)
+unknown  rounds          -         1  crash lines [sleep 3 1 crash short e2e<short&� 1 crash long e2e-long] (1 round asked of the executor)
 pass     hours      0.00 h    0.00 h  warm-up [say warm]
 fail     boots           1         3  reboots [sleep 60]
 fail     lines           2         0  crash history
 
 crash history: 2 line(s) from ${archive%.zip}.db_history
-  e2e-short 1
+  e2e<short&� 1
   e2e-long 1
 EOF
 )" "$(head -11 /tmp/report.txt)"
@@ -68,7 +69,7 @@ check "json: each test case" \
     '[["greeting","rounds","rounds",2,null,2,"unknown"],["crash lines","rounds","rounds",1,null,1,"unknown"],["warm-up","hours","seconds",0,0,null,"pass"],["reboots","boots","boots",3,1,null,"fail"]]' \
     "$(jq -c '[.testcases[] | [.name,.kind,.unit,.target,.reached,.asked,.verdict]]' /tmp/report.out)"
 check "json: run, counts and crash history" \
-    "{\"stamp\":\"$stamp\",\"verdict\":\"fail\",\"counts\":{\"pass\":1,\"fail\":2,\"unknown\":2},\"count\":2,\"lines\":[\"e2e-short 1\",\"e2e-long 1\"],\"hv\":\"fail\"}" \
+    "{\"stamp\":\"$stamp\",\"verdict\":\"fail\",\"counts\":{\"pass\":1,\"fail\":2,\"unknown\":2},\"count\":2,\"lines\":[\"e2e<short&� 1\",\"e2e-long 1\"],\"hv\":\"fail\"}" \
     "$(jq -c '{stamp,verdict,counts,count:.crash_history.count,lines:.crash_history.lines,hv:.crash_history.verdict}' /tmp/report.out)"
 unzip -p "$archive" qav/kelbrun/kelbrun_log.txt > /tmp/kelbrun_log.txt
 check "json: the executor log's size and last line" \
@@ -83,7 +84,7 @@ crash lines Skipped
 warm-up pass
 reboots Failure stopped at 1 of 3 boots
 crash history Failure 2 crash-history line(s) collected during the run
-crash history out ['e2e-short 1', 'e2e-long 1']
+crash history out ['e2e<short&� 1', 'e2e-long 1']
 EOF
 )" "$(/usr/bin/python3 - /tmp/report.out <<'PY'
 import sys
