@@ -52,7 +52,7 @@ PY
 listing() { find /tmp /data /run -printf '%p %s %T@\n' 2>/dev/null | sort; }
 before=$(listing)
 
-# ARGUMENTS|STATUS|FIRST LINE OF STANDARD ERROR
+# ARGUMENTS|STATUS|STANDARD ERROR (\n between lines)
 while IFS='|' read -r args want message; do
     [ -z "$args" ] && continue
     # shellcheck disable=SC2086 # the arguments are words
@@ -61,7 +61,7 @@ while IFS='|' read -r args want message; do
     err=$("$OSTRELCTL" report $args 2>&1 >/dev/null || true)
     check "$args: exit $want" "$want" "$status"
     if [ "$want" -eq 2 ]; then
-        check "$args: the message" "$message" "$(head -1 <<<"$err")"
+        check "$args: the message" "$(printf '%b' "$message")" "$err"
         check "$args: nothing on standard output" "" "$out"
         check "$args: nothing written" "$before" "$(listing)"
     else
@@ -81,8 +81,8 @@ absolute.zip|2|ostrelctl: absolute.zip: entry "/etc/evil" points outside the arc
 huge.zip|2|ostrelctl: huge.zip: qav/data/ostreldata.txt is 17825792 bytes, more than the 16 MiB read from an archive
 crc.zip|2|ostrelctl: crc.zip: qav/data/ostreldata.txt is damaged (its CRC does not match)
 missing.zip|2|ostrelctl: missing.zip: cannot read: No such file or directory
---format xml QAVpass.zip|2|ostrelctl: report: unknown format "xml"
-QAVpass.zip plain.zip|2|ostrelctl: report takes one ARCHIVE
+--format xml QAVpass.zip|2|ostrelctl: report: unknown format "xml"\nusage: ostrelctl report [--format text|json|junit|lava] ARCHIVE
+QAVpass.zip plain.zip|2|ostrelctl: report takes one ARCHIVE\nusage: ostrelctl report [--format text|json|junit|lava] ARCHIVE
 EOF
 
 check "the history beside the archive is read before the archive's own" "oops 1" \

@@ -44,10 +44,11 @@ can be reported anywhere):
                         selected test case with its target, what was reached
                         and a verdict, the crash-history lines and the end of
                         the executor's log. text is a table (default), json
-                        one document, junit JUnit XML, lava one lava-test-case
-                        line per test case. Exit status: 0 every verdict pass
-                        (or unknown: rounds the planner does not count), 1 any
-                        fail, 2 bad command line or an archive that cannot be read.
+                        one document (also with --json), junit JUnit XML, lava
+                        one lava-test-case line per test case. Exit status:
+                        0 every verdict pass (or unknown: rounds the planner
+                        does not count), 1 any fail, 2 bad command line or an
+                        archive that cannot be read.
 
 Options:
   --json                print each answer as one JSON object (with the reply log)
