@@ -47,6 +47,7 @@ archive("crc.zip", [], plan=json.dumps({"testcases": [case("x", rounds=1)]}), me
 damaged = open("crc.zip", "rb").read().replace(b'"select": true', b'"select": TRUE')
 open("crc.zip", "wb").write(damaged)
 PY
+mkfifo fifo.zip
 
 # What the sandbox's writable places hold; report must leave them as they are.
 listing() { find /tmp /data /run -printf '%p %s %T@\n' 2>/dev/null | sort; }
@@ -80,6 +81,7 @@ absolute.zip|2|ostrelctl: absolute.zip: entry "/etc/evil" points outside the arc
 --format lava notjson.zip|2|ostrelctl: notjson.zip: the plan qav/data/ostreldata.txt is not JSON
 huge.zip|2|ostrelctl: huge.zip: qav/data/ostreldata.txt is 17825792 bytes, more than the 16 MiB read from an archive
 crc.zip|2|ostrelctl: crc.zip: qav/data/ostreldata.txt is damaged (its CRC does not match)
+fifo.zip|2|ostrelctl: fifo.zip: not a regular file
 missing.zip|2|ostrelctl: missing.zip: cannot read: No such file or directory
 --format xml QAVpass.zip|2|ostrelctl: report: unknown format "xml"\nusage: ostrelctl report [--format text|json|junit|lava] ARCHIVE
 QAVpass.zip plain.zip|2|ostrelctl: report takes one ARCHIVE\nusage: ostrelctl report [--format text|json|junit|lava] ARCHIVE

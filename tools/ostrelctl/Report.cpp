@@ -220,7 +220,8 @@ bool readHistory(ZipArchiveHandle handle, const std::string& archivePath, RunRep
     if (endsWith(beside, ".zip")) beside.resize(beside.size() - 4);
     beside += ".db_history";
     std::string text;
-    FdCloser file(open(beside.c_str(), O_RDONLY | O_CLOEXEC));
+    // O_NONBLOCK: a FIFO in its place must not hang the report.
+    FdCloser file(open(beside.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (file.fd >= 0) {
         struct stat st;
         if (fstat(file.fd, &st) != 0 || !S_ISREG(st.st_mode)) {
@@ -303,7 +304,7 @@ bool readLog(ZipArchiveHandle handle, RunReport* report, std::string* error) {
 bool readRunReport(const std::string& archivePath, RunReport* report, std::string* error) {
     report->archive = archivePath;
     report->stamp = stampOf(archivePath);
-    int fd = open(archivePath.c_str(), O_RDONLY | O_CLOEXEC);
+    int fd = open(archivePath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         *error = std::string("cannot read: ") + strerror(errno);
         return false;
