@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Client.h"
+#include "Report.h"
 
 namespace {
 
@@ -34,6 +35,20 @@ Commands (one IOstrel method each):
                         copy; may take minutes, there is no time-out
   watch                 show the state and a progress bar per selected test case
                         (rounds or hours) until the run leaves RUNNING
+
+Reporting a result (offline: no service, no bus; a result pulled off a device
+can be reported anywhere):
+  report [--format text|json|junit|lava] ARCHIVE
+                        read a QAV<stamp>.zip that get-result made (and the
+                        QAV<stamp>.db_history beside it, when present): each
+                        selected test case with its target, what was reached
+                        and a verdict, the crash-history lines and the end of
+                        the executor's log. text is a table (default), json
+                        one document (also with --json), junit JUnit XML, lava
+                        one lava-test-case line per test case. Exit status:
+                        0 every verdict pass (or unknown: rounds the planner
+                        does not count), 1 any fail, 2 bad command line or an
+                        archive that cannot be read.
 
 Options:
   --json                print each answer as one JSON object (with the reply log)
@@ -69,7 +84,7 @@ reached or the call failed (the D-Bus error is printed).
 const std::set<std::string> kCommands = {
         "get-config",     "set-config", "clear-config", "state",   "run-start",
         "run-abort",      "run-finished", "boot-completed", "install-testers",
-        "get-test",       "set-test",   "get-result",   "watch"};
+        "get-test",       "set-test",   "get-result",   "watch",       "report"};
 
 }  // namespace
 
@@ -109,6 +124,8 @@ int main(int argc, char** argv) {
         std::cerr << "ostrelctl: unknown command \"" << args[0] << "\" (see ostrelctl --help)\n";
         return ostrelctl::kUsage;
     }
+    // A report reads files only: no bus connection is made.
+    if (args[0] == "report") return ostrelctl::runReport(args, options.json);
     auto service = ostrelctl::IOstrel::getService("default");
     if (service == nullptr) {
         std::cerr << "ostrelctl: the Ostrel service (IOstrel/default) is not running or cannot "

@@ -1,0 +1,54 @@
+// Text from an archive made safe for every report format: valid UTF-8 of the
+// characters XML 1.0 allows, so that JSON and XML readers take it and a
+// terminal shows no control sequences.
+#include <cstdint>
+
+#include "Report.h"
+
+namespace ostrelctl {
+
+namespace {
+
+// The length of the UTF-8 sequence a lead byte starts, 0 for a byte that starts none.
+size_t sequenceLength(unsigned char lead) {
+    if (lead < 0x80) return 1;
+    if (lead >= 0xC2 && lead <= 0xDF) return 2;
+    if (lead >= 0xE0 && lead <= 0xEF) return 3;
+    if (lead >= 0xF0 && lead <= 0xF4) return 4;
+    return 0;
+}
+
+}  // namespace
+
+std::string cleanText(const std::string& text) {
+    static const char kReplacement[] = "\xEF\xBF\xBD";
+    std::string out;
+    size_t i = 0;
+    while (i < text.size()) {
+        auto b = static_cast<unsigned char>(text[i]);
+        size_t length = sequenceLength(b);
+        static const uint32_t kLeadBits[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
+        uint32_t cp = b & kLeadBits[length];
+        bool valid = length > 0 && i + length <= text.size();
+        for (size_t k = 1; valid && k < length; k++) {
+            auto cont = static_cast<unsigned char>(text[i + k]);
+            valid = (cont & 0xC0) == 0x80;
+            cp = (cp << 6) | (cont & 0x3F);
+        }
+        static const uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+        valid = valid && cp >= kLeast[length] && cp <= 0x10FFFF;
+        // The characters of XML 1.0.
+        valid = valid && (cp == 0x9 || cp == 0xA || cp == 0xD || (cp >= 0x20 && cp <= 0xD7FF) ||
+                          (cp >= 0xE000 && cp <= 0xFFFD) || cp >= 0x10000);
+        if (valid) {
+            out.append(text, i, length);
+            i += length;
+        } else {
+            out += kReplacement;
+            i += 1;
+        }
+    }
+    return out;
+}
+
+}  // namespace ostrelctl

@@ -1,0 +1,363 @@
+// ostrelctl report, the reading half: the result archive is opened with
+// libziparchive, every entry name is checked, the plan and the crash history
+// are extracted within a size cap, and the executor log is streamed through a
+// bounded tail. Every entry read is checked against its CRC (this
+// libziparchive does not check). Nothing is written to disk.
+#include <fcntl.h>
+#include <rapidjson/document.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <ziparchive/zip_archive.h>
+#include <zlib.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "JsonText.h"
+#include "Report.h"
+
+namespace ostrelctl {
+
+namespace {
+
+constexpr const char* kPlanEntry = "qav/data/ostreldata.txt";
+constexpr const char* kHistoryEntry = "qav/data/db_history";
+constexpr const char* kLogEntry = "qav/kelbrun/kelbrun_log.txt";
+constexpr uint32_t kMaxPlanBytes = 16u << 20;
+constexpr uint64_t kMaxHistoryBytes = 16u << 20;
+constexpr size_t kLogTailBytes = 64u << 10;
+constexpr size_t kLogTailLines = 10;
+
+struct ArchiveCloser {
+    void operator()(ZipArchive* handle) const { CloseArchive(handle); }
+};
+using Archive = std::unique_ptr<ZipArchive, ArchiveCloser>;
+
+struct FdCloser {
+    explicit FdCloser(int f) : fd(f) {}
+    ~FdCloser() {
+        if (fd >= 0) close(fd);
+    }
+    int fd;
+};
+
+std::string baseName(const std::string& path) {
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+bool endsWith(const std::string& text, const std::string& tail) {
+    return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+}
+
+// QAV<stamp>.zip gives <stamp>; another name gives itself without ".zip".
+std::string stampOf(const std::string& path) {
+    std::string name = baseName(path);
+    if (endsWith(name, ".zip")) name.resize(name.size() - 4);
+    if (name.size() > 3 && name.compare(0, 3, "QAV") == 0) name.erase(0, 3);
+    return name;
+}
+
+// True when |name| is absolute or has a ".." component (either separator).
+bool leavesArchive(const std::string& name) {
+    if (name.empty()) return false;
+    if (name[0] == '/' || name[0] == '\\') return true;
+    size_t start = 0;
+    while (start <= name.size()) {
+        size_t end = name.find_first_of("/\\", start);
+        if (end == std::string::npos) end = name.size();
+        if (name.compare(start, end - start, "..") == 0 && end - start == 2) return true;
+        start = end + 1;
+    }
+    return false;
+}
+
+bool checkEntryNames(ZipArchiveHandle handle, std::string* error) {
+    void* cookie = nullptr;
+    int32_t status = StartIteration(handle, &cookie);
+    if (status != 0) {
+        *error = std::string("cannot list the entries: ") + ErrorCodeString(status);
+        return false;
+    }
+    ZipEntry entry;
+    std::string name;
+    while ((status = Next(cookie, &entry, &name)) == 0) {
+        if (leavesArchive(name)) {
+            EndIteration(cookie);
+            *error = "entry \"" + cleanText(name) +
+                     "\" points outside the archive's folder (a damaged or hostile archive)";
+            return false;
+        }
+    }
+    EndIteration(cookie);
+    if (status != -1) {
+        *error = std::string("cannot list the entries: ") + ErrorCodeString(status);
+        return false;
+    }
+    return true;
+}
+
+// The whole of entry |name|, refused above |cap| bytes. |found| tells a
+// missing entry from one that cannot be read.
+bool extractEntry(ZipArchiveHandle handle, const char* name, uint64_t cap, std::string* text,
+                  bool* found, std::string* error) {
+    ZipEntry entry;
+    *found = FindEntry(handle, name, &entry) == 0;
+    if (!*found) return false;
+    if (entry.uncompressed_length > cap) {
+        *error = std::string(name) + " is " + std::to_string(entry.uncompressed_length) +
+                 " bytes, more than the " + std::to_string(cap >> 20) + " MiB read from an archive";
+        return false;
+    }
+    text->assign(entry.uncompressed_length, '\0');
+    if (entry.uncompressed_length == 0) return true;
+    int32_t status = ExtractToMemory(handle, &entry, reinterpret_cast<uint8_t*>(&(*text)[0]),
+                                     entry.uncompressed_length);
+    if (status != 0) {
+        *error = std::string("cannot extract ") + name + ": " + ErrorCodeString(status);
+        return false;
+    }
+    if (crc32(0, reinterpret_cast<const Bytef*>(text->data()), static_cast<uInt>(text->size())) !=
+        entry.crc32) {
+        *error = std::string(name) + " is damaged (its CRC does not match)";
+        return false;
+    }
+    return true;
+}
+
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string::npos) end = text.size();
+        lines.push_back(text.substr(start, end - start));
+        start = end + 1;
+    }
+    return lines;
+}
+
+int64_t intMember(const rapidjson::Value& v, const char* key) {
+    auto it = v.FindMember(key);
+    return it != v.MemberEnd() && it->value.IsInt() ? it->value.GetInt() : 0;
+}
+
+bool boolMember(const rapidjson::Value& v, const char* key) {
+    auto it = v.FindMember(key);
+    return it != v.MemberEnd() && it->value.IsTrue();
+}
+
+std::string stringMember(const rapidjson::Value& v, const char* key, const std::string& fallback) {
+    auto it = v.FindMember(key);
+    if (it == v.MemberEnd() || !it->value.IsString()) return fallback;
+    return std::string(it->value.GetString(), it->value.GetStringLength());
+}
+
+// A test case judged as the planner counts it: time and boots against their
+// targets; other round-based test cases are the executor's alone.
+CaseReport judgeCase(const rapidjson::Value& tc, int index) {
+    CaseReport c;
+    c.name = stringMember(tc, "name", "test case " + std::to_string(index));
+    c.command = stringMember(tc, "command", "");
+    if (!boolMember(tc, "isRound")) {
+        c.kind = Kind::Hours;
+        c.counted = true;
+        c.target = intMember(tc, "testcase_target_time");
+        c.reached = intMember(tc, "testcase_current_time");
+    } else if (boolMember(tc, "isBootTest")) {
+        c.kind = Kind::Boots;
+        c.counted = true;
+        c.target = intMember(tc, "testcase_target_round");
+        c.reached = intMember(tc, "testcase_current_round");
+    } else {
+        c.kind = Kind::Rounds;
+        c.target = intMember(tc, "testcase_target_round");
+        c.asked = c.target - intMember(tc, "testcase_current_round");
+        c.verdict = Verdict::Unknown;
+        c.reason = "rounds are run out by the executor and not counted; " +
+                   std::to_string(c.asked) + " asked";
+        return c;
+    }
+    bool reached = c.reached >= c.target;
+    c.verdict = reached ? Verdict::Pass : Verdict::Fail;
+    c.reason = std::string(reached ? "reached " : "stopped at ") + std::to_string(c.reached) +
+               " of " + std::to_string(c.target) + " " + unitName(c.kind);
+    return c;
+}
+
+bool readPlan(ZipArchiveHandle handle, RunReport* report, std::string* error) {
+    std::string text;
+    bool found = false;
+    if (!extractEntry(handle, kPlanEntry, kMaxPlanBytes, &text, &found, error)) {
+        if (!found) *error = std::string("no plan in it (no ") + kPlanEntry + "): not a result of Ostrel";
+        return false;
+    }
+    rapidjson::Document doc;
+    using vendor::brevane::hardware::ostrel::core::parseJsonText;
+    if (!parseJsonText(doc, text.data(), text.size())) {
+        *error = std::string("the plan ") + kPlanEntry + " is not JSON";
+        return false;
+    }
+    if (!doc.IsObject()) {
+        *error = std::string("the plan ") + kPlanEntry + " is JSON but not an object";
+        return false;
+    }
+    auto cases = doc.FindMember("testcases");
+    if (cases == doc.MemberEnd() || !cases->value.IsArray()) return true;
+    int index = 0;
+    for (const auto& tc : cases->value.GetArray()) {
+        int i = index++;
+        if (tc.IsObject() && boolMember(tc, "select")) report->cases.push_back(judgeCase(tc, i));
+    }
+    return true;
+}
+
+// The history copy beside the archive when there is one, else the archive's own.
+bool readHistory(ZipArchiveHandle handle, const std::string& archivePath, RunReport* report,
+                 std::string* error) {
+    std::string beside = archivePath;
+    if (endsWith(beside, ".zip")) beside.resize(beside.size() - 4);
+    beside += ".db_history";
+    std::string text;
+    // O_NONBLOCK: a FIFO in its place must not hang the report.
+    FdCloser file(open(beside.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.fd >= 0) {
+        struct stat st;
+        if (fstat(file.fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+            *error = "the history copy " + beside + " is not a regular file";
+            return false;
+        }
+        if (static_cast<uint64_t>(st.st_size) > kMaxHistoryBytes) {
+            *error = "the history copy " + beside + " is more than 16 MiB";
+            return false;
+        }
+        text.resize(static_cast<size_t>(st.st_size));
+        size_t done = 0;
+        while (done < text.size()) {
+            ssize_t n = read(file.fd, &text[done], text.size() - done);
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) {
+                *error = "cannot read the history copy " + beside;
+                return false;
+            }
+            done += static_cast<size_t>(n);
+        }
+        report->historySource = beside;
+    } else if (errno != ENOENT) {
+        *error = "cannot read the history copy " + beside + ": " + strerror(errno);
+        return false;
+    } else {
+        bool found = false;
+        if (!extractEntry(handle, kHistoryEntry, kMaxHistoryBytes, &text, &found, error)) {
+            return !found;
+        }
+        report->historySource = kHistoryEntry;
+    }
+    report->crashLines = splitLines(text);
+    return true;
+}
+
+struct LogStream {
+    std::string tail;
+    uLong crc = crc32(0, nullptr, 0);
+};
+
+// Keeps the last kLogTailBytes (at most twice that in memory) of a stream.
+bool keepTail(const uint8_t* buf, size_t size, void* cookie) {
+    auto* stream = static_cast<LogStream*>(cookie);
+    stream->crc = crc32(stream->crc, buf, static_cast<uInt>(size));
+    std::string& tail = stream->tail;
+    tail.append(reinterpret_cast<const char*>(buf), size);
+    if (tail.size() > 2 * kLogTailBytes) tail.erase(0, tail.size() - kLogTailBytes);
+    return true;
+}
+
+bool readLog(ZipArchiveHandle handle, RunReport* report, std::string* error) {
+    ZipEntry entry;
+    if (FindEntry(handle, kLogEntry, &entry) != 0) return true;
+    report->logPresent = true;
+    report->logSize = entry.uncompressed_length;
+    LogStream stream;
+    int32_t status = ProcessZipEntryContents(handle, &entry, keepTail, &stream);
+    if (status != 0) {
+        *error = std::string("cannot read ") + kLogEntry + ": " + ErrorCodeString(status);
+        return false;
+    }
+    if (stream.crc != entry.crc32) {
+        *error = std::string(kLogEntry) + " is damaged (its CRC does not match)";
+        return false;
+    }
+    std::string& tail = stream.tail;
+    bool cut = tail.size() > kLogTailBytes;
+    if (cut) tail.erase(0, tail.size() - kLogTailBytes);
+    std::vector<std::string> lines = splitLines(tail);
+    // A line cut by the window is left out.
+    if (tail.size() < report->logSize && !lines.empty()) lines.erase(lines.begin());
+    size_t from = lines.size() > kLogTailLines ? lines.size() - kLogTailLines : 0;
+    report->logTail.assign(lines.begin() + static_cast<std::ptrdiff_t>(from), lines.end());
+    return true;
+}
+
+}  // namespace
+
+bool readRunReport(const std::string& archivePath, RunReport* report, std::string* error) {
+    report->archive = archivePath;
+    report->stamp = stampOf(archivePath);
+    int fd = open(archivePath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        *error = std::string("cannot read: ") + strerror(errno);
+        return false;
+    }
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        close(fd);
+        *error = "not a regular file";
+        return false;
+    }
+    ZipArchiveHandle raw = nullptr;
+    int32_t status = OpenArchiveFd(fd, archivePath.c_str(), &raw, true);
+    Archive archive(raw);
+    if (status != 0) {
+        *error = std::string("not a zip archive, or a damaged one (") + ErrorCodeString(status) + ")";
+        return false;
+    }
+    return checkEntryNames(raw, error) && readPlan(raw, report, error) &&
+           readHistory(raw, archivePath, report, error) && readLog(raw, report, error);
+}
+
+Verdict historyVerdict(const RunReport& report) {
+    return report.crashLines.empty() ? Verdict::Pass : Verdict::Fail;
+}
+
+Verdict overallVerdict(const RunReport& report) {
+    if (historyVerdict(report) == Verdict::Fail) return Verdict::Fail;
+    for (const auto& c : report.cases) {
+        if (c.verdict == Verdict::Fail) return Verdict::Fail;
+    }
+    return Verdict::Pass;
+}
+
+const char* kindName(Kind kind) {
+    switch (kind) {
+        case Kind::Rounds: return "rounds";
+        case Kind::Hours: return "hours";
+        case Kind::Boots: return "boots";
+    }
+    return "rounds";
+}
+
+const char* unitName(Kind kind) {
+    return kind == Kind::Hours ? "seconds" : kindName(kind);
+}
+
+const char* verdictName(Verdict verdict) {
+    switch (verdict) {
+        case Verdict::Pass: return "pass";
+        case Verdict::Fail: return "fail";
+        case Verdict::Unknown: return "unknown";
+    }
+    return "unknown";
+}
+
+}  // namespace ostrelctl

@@ -1,0 +1,71 @@
+// ostrelctl report: a result archive (QAV<stamp>.zip and the crash-history copy
+// beside it) read offline into a model of verdicts, and that model written as
+// text, JSON, JUnit XML or LAVA test-case lines.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace ostrelctl {
+
+// Exit statuses of the report command.
+constexpr int kReportPass = 0;        // every verdict is pass (or unknown)
+constexpr int kReportFail = 1;        // at least one verdict is fail
+constexpr int kReportUnreadable = 2;  // bad command line or an archive that cannot be read
+
+enum class Kind { Rounds, Hours, Boots };
+enum class Verdict { Pass, Fail, Unknown };
+
+// One selected test case of the archived plan. Counts are in |unit|: rounds,
+// boots, or seconds for a time-based test case.
+struct CaseReport {
+    std::string name;
+    std::string command;
+    Kind kind = Kind::Rounds;
+    bool counted = false;  // the planner counts it (time, boots)
+    int64_t target = 0;
+    int64_t reached = 0;   // meaningful when counted
+    int64_t asked = 0;     // rounds handed to the executor when not counted
+    Verdict verdict = Verdict::Unknown;
+    std::string reason;
+};
+
+struct RunReport {
+    std::string archive;
+    std::string stamp;
+    std::vector<CaseReport> cases;
+    std::string historySource;  // the file or entry the crash lines came from, "" if none
+    std::vector<std::string> crashLines;
+    bool logPresent = false;
+    uint64_t logSize = 0;
+    std::vector<std::string> logTail;
+};
+
+// Fills |report| from |archivePath|. On failure returns false with |error| set
+// to what is wrong (without the "ostrelctl: FILE: " prefix); nothing is written.
+bool readRunReport(const std::string& archivePath, RunReport* report, std::string* error);
+
+// The crash history as a verdict of its own: fail when any line was collected.
+Verdict historyVerdict(const RunReport& report);
+// Fail when any verdict fails, else pass ("unknown" alone does not fail a run).
+Verdict overallVerdict(const RunReport& report);
+
+const char* kindName(Kind kind);
+const char* unitName(Kind kind);
+const char* verdictName(Verdict verdict);
+
+// The four output formats.
+std::string reportText(const RunReport& report);
+std::string reportJson(const RunReport& report);
+std::string reportJunit(const RunReport& report);
+std::string reportLava(const RunReport& report);
+
+// |text| as valid UTF-8 holding only characters allowed in XML 1.0; anything
+// else (control bytes, broken sequences, U+FFFE/U+FFFF) becomes U+FFFD.
+std::string cleanText(const std::string& text);
+
+// ostrelctl report [--format text|json|junit|lava] ARCHIVE; |args[0]| is "report".
+int runReport(const std::vector<std::string>& args, bool jsonDefault);
+
+}  // namespace ostrelctl
