@@ -101,13 +101,18 @@ TEST(OstrelFSMLauncher, MissingProgramEndsTheRunAtOnce) {
 TEST(OstrelFSMLauncher, GroupSignalEndsSupervisorWithoutReport) {
     OstrelFSM& m = newMachine();
     StderrCapture err;
-    pid_t sup = launch(m, {kExecutorPath, "sleep", "60", "1"});
-    ASSERT_GT(waitForExecutor(), 0);
+    // The executor ignores SIGTERM, so it cannot end (and wake its supervisor)
+    // before the supervisor's own SIGTERM has taken effect, whatever order the
+    // kernel signals the group in.
+    pid_t sup = launch(m, {kExecutorPath, "ignore-term", "1", "sleep", "60", "1"});
+    ASSERT_TRUE(waitFor([] { return executorLog().find("ignoring SIGTERM") != std::string::npos; }, 10));
     ASSERT_EQ(kill(-sup, SIGTERM), 0);
     int status = reap(sup);
     err.restore();
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
     EXPECT_EQ(err.text().find("back, status"), std::string::npos) << err.text();
+    EXPECT_FALSE(liveGroupMembers(sup).empty()) << "SIGTERM reached the executor";
+    kill(-sup, SIGKILL);
     EXPECT_TRUE(waitFor([&] { return liveGroupMembers(sup).empty(); }, 5));
 }
 

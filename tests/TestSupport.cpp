@@ -1,12 +1,15 @@
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 
 namespace ostrel_test {
 
@@ -29,9 +32,19 @@ const auto* const kGuard = ::testing::AddGlobalTestEnvironment(new SandboxGuard)
 
 }  // namespace
 
+// Plain reads: a /proc file of a process that exits meanwhile fails with ESRCH,
+// which reads as the end of the file (a file stream would throw).
 std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    std::string text;
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return text;
+    char buf[65536];
+    ssize_t n;
+    while ((n = read(fd, buf, sizeof(buf))) > 0 || (n < 0 && errno == EINTR)) {
+        if (n > 0) text.append(buf, static_cast<size_t>(n));
+    }
+    close(fd);
+    return text;
 }
 
 void writeFile(const std::string& path, const std::string& text) {
