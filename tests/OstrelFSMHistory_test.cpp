@@ -11,12 +11,7 @@ using namespace ostrel_test;
 
 namespace {
 
-void appendFile(const std::string& path, const std::string& text) {
-    int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0644);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    close(fd);
-}
+constexpr std::chrono::milliseconds kRetry{100};
 
 // Rewrites the first bytes of |path| with what they already are: a change
 // without a new line.
@@ -32,12 +27,14 @@ bool copyBecomes(const std::string& expected, double seconds = 5) {
     return waitFor([&] { return readFile(kHistoryCopy) == expected; }, seconds);
 }
 
-// A run that keeps going (its executor sleeps) with the monitor watching.
+// A run that keeps going (its executor sleeps) with the monitor watching; a
+// missing file is looked for every 100 ms.
 OstrelFSM& startRun() {
     Testcase t;
     t.command = "\"sleep 120\"";
     writePlan(planJson(PREPARING, false, false, {t}));
     OstrelFSM& m = newMachine();
+    m.setRunTimings(std::chrono::seconds(kTickSeconds), kRetry);
     EXPECT_TRUE(m.sendEvent(RUN_START, nullptr, nullptr, 0, 0));
     EXPECT_EQ(m.getState(), RUNNING);
     EXPECT_EQ(readFile(kHistoryCopy), "");
@@ -117,7 +114,7 @@ TEST(OstrelFSMHistory, MonitorCopiesEveryChangeOfBothFiles) {
     writeFile(kLongHistoryPath, "old long\n");
     startRun();
     // Files present from the start are copied only when they change.
-    usleep(1500 * 1000);
+    usleep(300 * 1000);  // three retries
     EXPECT_EQ(readFile(kHistoryCopy), "");
     appendFile(kShortHistoryPath, "short 1\n");
     EXPECT_TRUE(copyBecomes("short 1\n")) << readFile(kHistoryCopy);
@@ -131,12 +128,12 @@ TEST(OstrelFSMHistory, MonitorCopiesEveryChangeOfBothFiles) {
 TEST(OstrelFSMHistory, MonitorCopiesAFileThatAppearsDuringTheRun) {
     startRun();
     usleep(300 * 1000);
-    // Within about a second the new file is watched and its last line is a crash.
+    // Within a retry the new file is watched and its last line is a crash.
     writeFile(kLongHistoryPath, "first\nsecond\n");
     EXPECT_TRUE(copyBecomes("second\n", 4)) << readFile(kHistoryCopy);
     appendFile(kLongHistoryPath, "third\n");
     EXPECT_TRUE(copyBecomes("second\nthird\n")) << readFile(kHistoryCopy);
-    usleep(1500 * 1000);
+    usleep(300 * 1000);  // three retries
     EXPECT_EQ(readFile(kHistoryCopy), "second\nthird\n");
 }
 
@@ -149,9 +146,9 @@ TEST(OstrelFSMHistory, MonitorForgetsAFileDeletedDuringTheRun) {
     ASSERT_EQ(unlink(kShortHistoryPath), 0);
     usleep(300 * 1000);
     writeFile(kShortHistoryPath, "anew\n");
-    usleep(1500 * 1000);
+    usleep(300 * 1000);  // three retries
     appendFile(kShortHistoryPath, "after\n");
-    usleep(1500 * 1000);
+    usleep(300 * 1000);  // three retries
     EXPECT_EQ(readFile(kHistoryCopy), "before\n");
 }
 

@@ -57,6 +57,14 @@ class StderrCapture {
     int saved_ = -1;
 };
 
+// Appends |text| to |path| in one write, creating it when missing.
+inline void appendFile(const std::string& path, const std::string& text) {
+    int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0644);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    close(fd);
+}
+
 // Polls |done| every 20 ms for up to |seconds|.
 inline bool waitFor(const std::function<bool()>& done, double seconds) {
     auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);

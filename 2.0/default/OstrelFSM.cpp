@@ -59,23 +59,27 @@ void OstrelFSM::enterEvent() {
 }
 
 // At the end of the outermost event the plan is written once, and the threads
-// of an ended run are taken out to be joined (all but the calling thread, which
-// ends by itself and is joined by a later event).
+// of an ended run are joined: monitors at once, so that their last passes end
+// before another event can clear or move the history copy; tick threads, which
+// may be waiting for the event lock, are handed out to be joined after it is
+// released. A thread never joins itself: it ends by itself and a later event
+// joins it.
 void OstrelFSM::leaveEvent(std::vector<EndedThread>* ended) {
     data.releaseWrites();
     if (--eventDepth > 0) return;
     std::thread::id self = std::this_thread::get_id();
+    std::vector<EndedThread> monitors;
     for (auto it = endedThreads.begin(); it != endedThreads.end();) {
         if (it->thread->get_id() == self) {
             ++it;
-        } else {
-            ended->push_back(*it);
-            it = endedThreads.erase(it);
+            continue;
         }
+        (it->monitor ? monitors : *ended).push_back(*it);
+        it = endedThreads.erase(it);
     }
+    joinEndedThreads(monitors);
 }
 
-// Called without the event lock: a thread being joined may be waiting for it.
 void OstrelFSM::joinEndedThreads(std::vector<EndedThread>& ended) {
     for (EndedThread& t : ended) {
         t.thread->join();
@@ -164,8 +168,10 @@ void OstrelFSM::stopRunThreads() {
             error("ostrel: wake monitor (errno:%d, %s)\n", err, strerror(err));
         }
     }
-    endedThreads.push_back({tickThreadHandle, -1});
-    if (monitorThreadHandle != nullptr) endedThreads.push_back({monitorThreadHandle, monitorWakeFd});
+    endedThreads.push_back({tickThreadHandle, -1, false});
+    if (monitorThreadHandle != nullptr) {
+        endedThreads.push_back({monitorThreadHandle, monitorWakeFd, true});
+    }
     tickThreadHandle = nullptr;
     monitorThreadHandle = nullptr;
     monitorWakeFd = -1;

@@ -134,9 +134,11 @@ class OstrelFSM {
     struct EndedThread {
         std::thread* thread;
         int wakeFd;  // closed once the thread is joined; -1 for none
+        bool monitor;
     };
-    // Outermost-event bookkeeping: writes are held for the whole event, and the
-    // threads of a run that ended are joined after the event lock is released.
+    // Outermost-event bookkeeping: writes are held for the whole event; a monitor
+    // of a run that ended is joined before the event lock is released (it never
+    // takes it), a tick thread after.
     void enterEvent();
     void leaveEvent(std::vector<EndedThread>* ended);
     void joinEndedThreads(std::vector<EndedThread>& ended);
@@ -147,8 +149,9 @@ class OstrelFSM {
     bool waitForTick(uint32_t run);
     bool runIsCurrent(uint32_t run) const { return runGeneration.load() == run; }
     void terminateExecutorGroup();
-    // Appends the last line of |path| unless run |run| has ended.
-    bool appendForRun(const char* path, uint32_t run);
+    // Appends the last line of |path| for run |run|: while it is current, or
+    // in its monitor's last passes once it has |ended|.
+    bool appendForRun(const char* path, uint32_t run, bool ended);
 
     Ostrel* owner;
     OstrelFSMData data;

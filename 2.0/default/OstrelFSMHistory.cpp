@@ -48,22 +48,30 @@ OstrelFSM::HistoryWatch OstrelFSM::watchDBHistory() {
     return watch;
 }
 
-bool OstrelFSM::appendForRun(const char* path, uint32_t run) {
+// While the run is current a line is appended only if it still is when the
+// copy is locked. Once the run has ended, its monitor collects what is still
+// pending; the end of the run holds the event lock until the monitor is joined,
+// so no later run can clear or move the copy meanwhile.
+bool OstrelFSM::appendForRun(const char* path, uint32_t run, bool ended) {
     std::lock_guard<std::mutex> lock(historyMutex);
-    if (!runIsCurrent(run)) return false;
+    if (!ended && !runIsCurrent(run)) return false;
     appendLastLine(path);
     return true;
 }
 
 // Runs until run |run| ends; the end of the run wakes it through its wake
-// descriptor.
+// descriptor, and last passes take what the run left pending: a file that
+// appeared and changes already queued. Every line written before the end is
+// collected.
 void OstrelFSM::monitorDBHistoryThread(HistoryWatch watch, uint32_t run) {
     int wakeFd = watch.wakeFd;
     if (watch.fd < 0) return;
     char buf[kEventBufferSize];
     memset(buf, 0, sizeof(buf));
     HistoryWatch::File* files = watch.files;
-    while (runIsCurrent(run)) {
+    // One pass: watch what appeared, wait for events (not at all once the run has
+    // ended), append for each change. True when events were read.
+    auto pass = [&](bool ended) {
         for (HistoryWatch::File& f : watch.files) {
             if (f.wd != -1 || access(f.path, R_OK) != 0) continue;
             f.wd = inotify_add_watch(watch.fd, f.path, kWatchMask);
@@ -74,21 +82,23 @@ void OstrelFSM::monitorDBHistoryThread(HistoryWatch watch, uint32_t run) {
             }
             // A file that appeared during the run holds a new crash already.
             // While its watch keeps failing this is repeated on every pass.
-            if (!f.readableAtStart) appendForRun(f.path, run);
+            if (!f.readableAtStart) appendForRun(f.path, run, ended);
         }
         // A missing file is looked for again every retry period.
         bool bothWatched = files[0].wd != -1 && files[1].wd != -1;
         struct timeval timeout = {kTickSeconds, 0};
-        if (!bothWatched) {
+        if (ended) {
+            timeout = {0, 0};
+        } else if (!bothWatched) {
             timeout.tv_sec = historyRetry.count() / 1000;
             timeout.tv_usec = (historyRetry.count() % 1000) * 1000;
         }
         fd_set readSet;
         FD_ZERO(&readSet);
         FD_SET(watch.fd, &readSet);
-        if (wakeFd >= 0) FD_SET(wakeFd, &readSet);
+        if (wakeFd >= 0 && !ended) FD_SET(wakeFd, &readSet);
         int ready = select(std::max(watch.fd, wakeFd) + 1, &readSet, nullptr, nullptr, &timeout);
-        if (ready < 1 || (wakeFd >= 0 && FD_ISSET(wakeFd, &readSet))) continue;
+        if (ready < 1 || !FD_ISSET(watch.fd, &readSet)) return false;
 
         ssize_t n = read(watch.fd, buf, sizeof(buf) - 1);
         for (ssize_t off = 0; n >= 1 && off < n;) {
@@ -97,12 +107,17 @@ void OstrelFSM::monitorDBHistoryThread(HistoryWatch watch, uint32_t run) {
             off += sizeof(struct inotify_event) + event.len;
             if (event.mask & kSkippedEvents) continue;
             if (event.wd == files[0].wd) {
-                appendForRun(files[0].path, run);
+                appendForRun(files[0].path, run, ended);
             } else if (event.wd == files[1].wd) {
-                appendForRun(files[1].path, run);
+                appendForRun(files[1].path, run, ended);
             }
         }
         memset(buf, 0, sizeof(buf));
+        return n >= 1;
+    };
+    while (runIsCurrent(run)) pass(false);
+    // The run has ended: what it left queued is still its own.
+    while (pass(true)) {
     }
 
     for (HistoryWatch::File& f : watch.files) {

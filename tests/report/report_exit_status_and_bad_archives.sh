@@ -50,7 +50,9 @@ PY
 mkfifo fifo.zip
 
 # What the sandbox's writable places hold; report must leave them as they are.
-listing() { find /tmp /data /run -printf '%p %s %T@\n' 2>/dev/null | sort; }
+# Files with their size and time, folders by name: a sanitizer's runtime makes
+# and removes a file of its own in /tmp, which changes only the folder's time.
+listing() { find /tmp /data /run \( -type d -printf '%p\n' \) -o -printf '%p %s %T@\n' 2>/dev/null | sort; }
 before=$(listing)
 
 # ARGUMENTS|STATUS|STANDARD ERROR (\n between lines)
