@@ -52,7 +52,12 @@ mkfifo fifo.zip
 # What the sandbox's writable places hold; report must leave them as they are.
 # Files with their size and time, folders by name: a sanitizer's runtime makes
 # and removes a file of its own in /tmp, which changes only the folder's time.
-listing() { find /tmp /data /run \( -type d -printf '%p\n' \) -o -printf '%p %s %T@\n' 2>/dev/null | sort; }
+# The project's own tree is left out: a clone may live under /tmp, where CTest
+# writes its logs while the test runs.
+listing() {
+    find /tmp /data /run \( -path "$OSTREL_SOURCE_DIR" -o -path "$OSTREL_BUILD_DIR" \) -prune -o \
+        \( -type d -printf '%p\n' \) -o -printf '%p %s %T@\n' 2>/dev/null | sort
+}
 before=$(listing)
 
 # ARGUMENTS|STATUS|STANDARD ERROR (\n between lines)
