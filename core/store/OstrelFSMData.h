@@ -9,7 +9,7 @@
 
 #include <string>
 
-#include "PlannerTypes.h"
+#include "PlannerState.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
 

@@ -18,7 +18,8 @@
 
 #include "OstrelFSMData.h"
 #include "OstrelLog.h"
-#include "PlannerTypes.h"
+#include "PlannerEvent.h"
+#include "PlannerState.h"
 
 namespace vendor {
 namespace brevane {

@@ -51,6 +51,8 @@ bool writeAll(int fd, const char* data, size_t size) {
 
 }  // namespace
 
+const char* const kStateNames[4] = {"IDLE", "PREPARING", "RUNNING", "COMPLETING"};
+
 OstrelFSMData::OstrelFSMData() {
     // A write cut short by a crash leaves only the temporary file behind.
     unlink(kPlanTempFile);

@@ -10,8 +10,6 @@
 
 namespace vendor::brevane::hardware::ostrel::core {
 
-const char* const kStateNames[4] = {"IDLE", "PREPARING", "RUNNING", "COMPLETING"};
-
 OstrelFSM::OstrelFSM(Ostrel* owner)
     : owner(owner),
       data(),

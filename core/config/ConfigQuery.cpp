@@ -4,12 +4,9 @@
 #include <rapidjson/writer.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include "ConfigBridge.h"
-#include "OstrelFSM.h"
 #include "ToolCapture.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
@@ -72,26 +69,6 @@ int serializeConfigList(Ostrel* owner, char** dest) {
         memcpy(*dest, text.GetString(), size);
     }
     return size;
-}
-
-char* OstrelFSM::getConfig() {
-    if (querySilletList(owner) != 0) {
-        error("ostrel: Fail to prepare the QaV list");
-        return nullptr;
-    }
-    int size = serializeConfigList(owner, nullptr);
-    if (size <= 0) {
-        error("ostrel: Fail to query the QaV list");
-        return nullptr;
-    }
-    char* buf = static_cast<char*>(malloc(size));
-    if (buf == nullptr) {
-        int err = errno;
-        error("ostrel: Cannot malloc memory (errno:%d, %s)\n", err, strerror(err));
-        return nullptr;
-    }
-    serializeConfigList(owner, &buf);
-    return buf;
 }
 
 }  // namespace vendor::brevane::hardware::ostrel::core
