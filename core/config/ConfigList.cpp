@@ -336,7 +336,7 @@ constexpr char kDefaultConfigList[] = R"json({
 // Whether |entry| (a plain item or a group member) takes |num| from a line with
 // |text|: an "enable-num" entry takes it from an "Enable" or "Disable" line,
 // a level entry ("num") from any line.
-bool takeNumber(Ostrel* owner, rapidjson::Value& entry, int num, char* text) {
+bool takeNumber(ReplyLogSink* owner, rapidjson::Value& entry, int num, char* text) {
     if (!entry.IsObject()) return false;
     auto name = entry.FindMember("name");
     if (name == entry.MemberEnd() || !name->value.IsString()) return false;
@@ -374,7 +374,7 @@ bool splitListLine(char* line, int* num, char** text) {
 
 }  // namespace
 
-int parseSilletList(Ostrel* owner, char* text, int length) {
+int parseSilletList(ReplyLogSink* owner, char* text, int length) {
     // A fresh document replaces the old one, and the old pool goes with it.
     ConfigDocument fresh(nullptr, kConfigParseStack);
     parseJsonText(fresh, kDefaultConfigList, sizeof(kDefaultConfigList) - 1);
@@ -390,7 +390,7 @@ int parseSilletList(Ostrel* owner, char* text, int length) {
     }
     FILE* in = fmemopen(text, length > 0 ? length : 0, "r");
     if (in == nullptr) {
-        logTextInt(owner, stderr, "Cannot fmemopen (errno:%d)\n", errno);
+        logText(owner, stderr, "Cannot fmemopen (errno:%d)\n", errno);
         return -1;
     }
     auto& allocator = configList.GetAllocator();
@@ -422,7 +422,7 @@ int parseSilletList(Ostrel* owner, char* text, int length) {
     return result;
 }
 
-bool mergeListLine(Ostrel* owner, int num, char* text) {
+bool mergeListLine(ReplyLogSink* owner, int num, char* text) {
     if (!configList.IsObject()) return false;
     auto config = configList.FindMember("config");
     if (config == configList.MemberEnd() || !config->value.IsArray()) return false;
@@ -441,7 +441,7 @@ bool mergeListLine(Ostrel* owner, int num, char* text) {
     return false;
 }
 
-bool matchConfigName(Ostrel*, char* text, const char* name) {
+bool matchConfigName(ReplyLogSink*, char* text, const char* name) {
     const char* found = strcasestr(text, name);
     if (found == nullptr) return false;
     char* copy = strdup(found);

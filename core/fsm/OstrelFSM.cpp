@@ -10,7 +10,7 @@
 
 namespace vendor::brevane::hardware::ostrel::core {
 
-OstrelFSM::OstrelFSM(Ostrel* owner)
+OstrelFSM::OstrelFSM(ReplyLogSink* owner)
     : owner(owner),
       data(),
       executorProcessId(0),

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "ConfigBridge.h"
+#include "ConfigTool.h"
 #include "OstrelFSM.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
