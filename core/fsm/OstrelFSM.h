@@ -1,7 +1,8 @@
 // The planner's state machine: dispatch of events to the handler of the persisted
 // state, the tick thread, progress accounting, the test-case runner and executor
 // launcher, the result archive and the crash-history monitor. Members are defined
-// in the OstrelFSM*.cpp files named after what they do.
+// in the OstrelFSM*.cpp files named after what they do, here in core/fsm/ and, for
+// a run's results, in core/results/.
 #pragma once
 
 #include <sys/types.h>
