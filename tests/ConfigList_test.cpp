@@ -9,6 +9,7 @@
 #include "ConfigTestSupport.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
+using ostrel_test::Ostrel;
 using ostrel_test::findEntry;
 using ostrel_test::listNumber;
 using ostrel_test::ReplyLog;

@@ -14,6 +14,7 @@
 #include "OstrelFSM.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
+using ostrel_test::Ostrel;
 using ostrel_test::listNumber;
 using ostrel_test::ReplyLog;
 using ostrel_test::writeFile;

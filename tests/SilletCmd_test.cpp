@@ -15,7 +15,7 @@ using ostrel_test::ReplyLog;
 
 namespace {
 
-using Command = SilletCmd<Ostrel>;
+using Command = SilletCmd;
 
 std::vector<std::string> words(const Command& cmd) {
     std::vector<std::string> result;

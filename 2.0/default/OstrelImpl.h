@@ -1,6 +1,7 @@
 // Ostrel, the implementation of IOstrel: every method logs itself to the reply
 // log, turns the call into one planner event, and hands the client the answer
-// together with the reply log.
+// together with the reply log. The core appends to the reply log through
+// ReplyLogSink.
 #pragma once
 
 #include <vendor/brevane/hardware/ostrel/2.0/IOstrel.h>
@@ -12,6 +13,7 @@
 
 #include "OstrelFSM.h"
 #include "OstrelLog.h"
+#include "ReplyLogSink.h"
 
 namespace vendor::brevane::hardware::ostrel::V2_0::implementation {
 
@@ -22,7 +24,7 @@ using ::android::hardware::Void;
 
 constexpr const char* kImplLogTag = "vendor.brevane.hardware.ostrel@2.0-impl";
 
-struct Ostrel : public IOstrel {
+struct Ostrel : public IOstrel, public core::ReplyLogSink {
     Ostrel();
     ~Ostrel();
 
@@ -57,7 +59,7 @@ struct Ostrel : public IOstrel {
         return true;
     }
 #pragma clang diagnostic pop
-    bool addLog(const char* text) { return addLog("%s", text); }
+    bool addLog(const char* text) override { return addLog("%s", text); }
 
     template <typename... Args>
     void error(const char* fmt, Args... args) {

@@ -12,11 +12,7 @@
 #include "HostTransport.h"
 #include "IOstrelAdaptor.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace V2_0 {
+namespace vendor::brevane::hardware::ostrel::V2_0 {
 namespace host {
 namespace {
 
@@ -166,8 +162,4 @@ bool requestName(sdbus::IConnection& connection, const std::string& name) {
     return ::android::OK;
 }
 
-}  // namespace V2_0
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::V2_0

@@ -11,11 +11,7 @@
 #include "HostTransport.h"
 #include "IOstrelProxy.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace V2_0 {
+namespace vendor::brevane::hardware::ostrel::V2_0 {
 namespace host {
 namespace {
 
@@ -158,8 +154,4 @@ bool nameHasOwner(sdbus::IConnection& connection, const std::string& name) {
     }
 }
 
-}  // namespace V2_0
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::V2_0

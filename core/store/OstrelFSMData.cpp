@@ -38,6 +38,26 @@ bool readPlanFile(std::string* text) {
     return true;
 }
 
+// Typed reads: a member that is missing or of another type reads as 0, false
+// or null.
+rapidjson::Value* memberOf(rapidjson::Value* object, const char* key) {
+    if (object == nullptr) return nullptr;
+    auto it = object->FindMember(key);
+    return it == object->MemberEnd() ? nullptr : &it->value;
+}
+
+int intOf(const rapidjson::Value* v) {
+    return v != nullptr && v->IsInt() ? v->GetInt() : 0;
+}
+
+bool isTrue(const rapidjson::Value* v) {
+    return v != nullptr && v->IsTrue();
+}
+
+const char* stringOf(const rapidjson::Value* v) {
+    return v != nullptr && v->IsString() ? v->GetString() : nullptr;
+}
+
 bool writeAll(int fd, const char* data, size_t size) {
     while (size > 0) {
         ssize_t n = write(fd, data, size);
@@ -50,6 +70,8 @@ bool writeAll(int fd, const char* data, size_t size) {
 }
 
 }  // namespace
+
+const char* const kStateNames[4] = {"IDLE", "PREPARING", "RUNNING", "COMPLETING"};
 
 OstrelFSMData::OstrelFSMData() {
     // A write cut short by a crash leaves only the temporary file behind.
@@ -205,7 +227,7 @@ int OstrelFSMData::getTestcasesLength() {
 
 // An index out of range, a "testcases" that is not an array and an element that
 // is not an object all read like a missing key.
-rapidjson::Value* OstrelFSMData::testcaseMember(int i, const char* key, bool* haveTestcases) {
+rapidjson::Value* OstrelFSMData::testcaseObject(int i, bool* haveTestcases) {
     rapidjson::Value* cases = rootMember("testcases");
     if (haveTestcases != nullptr) *haveTestcases = cases != nullptr;
     if (cases == nullptr || !cases->IsArray() || i < 0 ||
@@ -213,19 +235,35 @@ rapidjson::Value* OstrelFSMData::testcaseMember(int i, const char* key, bool* ha
         return nullptr;
     }
     rapidjson::Value& tc = (*cases)[static_cast<rapidjson::SizeType>(i)];
-    if (!tc.IsObject()) return nullptr;
-    auto it = tc.FindMember(key);
-    return it == tc.MemberEnd() ? nullptr : &it->value;
+    return tc.IsObject() ? &tc : nullptr;
+}
+
+rapidjson::Value* OstrelFSMData::testcaseMember(int i, const char* key, bool* haveTestcases) {
+    return memberOf(testcaseObject(i, haveTestcases), key);
 }
 
 int OstrelFSMData::getTestcaseInt(int i, const char* key) {
-    rapidjson::Value* v = testcaseMember(i, key);
-    return v != nullptr && v->IsInt() ? v->GetInt() : 0;
+    return intOf(testcaseMember(i, key));
 }
 
 bool OstrelFSMData::getTestcaseBool(int i, const char* key) {
-    rapidjson::Value* v = testcaseMember(i, key);
-    return v != nullptr && v->IsTrue();
+    return isTrue(testcaseMember(i, key));
+}
+
+OstrelFSMData::TestcaseRecord OstrelFSMData::getTestcase(int i) {
+    TestcaseRecord record;
+    rapidjson::Value* tc = testcaseObject(i);
+    if (tc == nullptr) return record;
+    record.command = stringOf(memberOf(tc, "command"));
+    record.value = intOf(memberOf(tc, "testcase_value"));
+    record.isBootTest = isTrue(memberOf(tc, "isBootTest"));
+    record.isRound = isTrue(memberOf(tc, "isRound"));
+    record.isSelect = isTrue(memberOf(tc, "select"));
+    record.currentTime = intOf(memberOf(tc, "testcase_current_time"));
+    record.targetTime = intOf(memberOf(tc, "testcase_target_time"));
+    record.currentRound = intOf(memberOf(tc, "testcase_current_round"));
+    record.targetRound = intOf(memberOf(tc, "testcase_target_round"));
+    return record;
 }
 
 bool OstrelFSMData::setTestcaseInt(int i, const char* key, int value) {
@@ -238,8 +276,7 @@ bool OstrelFSMData::setTestcaseInt(int i, const char* key, int value) {
 }
 
 const char* OstrelFSMData::getTestcaseCommand(int i) {
-    rapidjson::Value* v = testcaseMember(i, "command");
-    return v != nullptr && v->IsString() ? v->GetString() : nullptr;
+    return stringOf(testcaseMember(i, "command"));
 }
 
 int OstrelFSMData::getTestcaseValue(int i) {

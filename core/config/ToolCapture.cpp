@@ -18,14 +18,14 @@ void closeFd(int* fd) {
     *fd = -1;
 }
 
-int growOutput(Ostrel* owner, ToolOutput* output) {
+int growOutput(ReplyLogSink* owner, ToolOutput* output) {
     if (output->size > INT32_MAX - kToolBufferStep) {
-        logTextInt(owner, stderr, "Cannot realloc memory (errno:%d)\n", ENOMEM);
+        logText(owner, stderr, "Cannot realloc memory (errno:%d)\n", ENOMEM);
         return -1;
     }
     char* data = static_cast<char*>(realloc(output->data, output->size + kToolBufferStep));
     if (data == nullptr) {
-        logTextInt(owner, stderr, "Cannot realloc memory (errno:%d)\n", errno);
+        logText(owner, stderr, "Cannot realloc memory (errno:%d)\n", errno);
         return -1;
     }
     output->data = data;
@@ -35,13 +35,13 @@ int growOutput(Ostrel* owner, ToolOutput* output) {
 
 // Reads |fd| to its end with blocking reads into the free tail of |output|, which
 // grows whenever it fills, so one byte is always left for the terminator.
-int drainPipe(Ostrel* owner, int fd, ToolOutput* output) {
+int drainPipe(ReplyLogSink* owner, int fd, ToolOutput* output) {
     if (output->length == output->size && growOutput(owner, output) != 0) return -1;
     for (;;) {
         ssize_t n = read(fd, output->data + output->length, output->size - output->length);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) {
-            logTextInt(owner, stderr, "Cannot read pipe (errno:%d)\n", errno);
+            logText(owner, stderr, "Cannot read pipe (errno:%d)\n", errno);
             return -1;
         }
         if (n == 0) return 0;
@@ -51,7 +51,7 @@ int drainPipe(Ostrel* owner, int fd, ToolOutput* output) {
 }
 
 // Polls both read ends until each reached its end or hung up.
-int collectOutputs(Ostrel* owner, int outFd, int errFd, ToolOutput* out, ToolOutput* err) {
+int collectOutputs(ReplyLogSink* owner, int outFd, int errFd, ToolOutput* out, ToolOutput* err) {
     struct pollfd fds[2] = {{outFd, POLLIN, 0}, {errFd, POLLIN, 0}};
     ToolOutput* outputs[2] = {out, err};
     while (fds[0].fd != -1 || fds[1].fd != -1) {
@@ -59,7 +59,7 @@ int collectOutputs(Ostrel* owner, int outFd, int errFd, ToolOutput* out, ToolOut
         int ready = poll(fds, 2, kToolPollMs);
         if (ready < 0 && errno == EINTR) continue;
         if (ready <= 0) {
-            logTextInt(owner, stderr, "Cannot poll (errno:%d)\n", errno);
+            logText(owner, stderr, "Cannot poll (errno:%d)\n", errno);
             return -1;
         }
         for (int i = 0; i < 2; i++) {
@@ -77,12 +77,12 @@ int collectOutputs(Ostrel* owner, int outFd, int errFd, ToolOutput* out, ToolOut
 
 }  // namespace
 
-ToolRunResult runToolCaptured(Ostrel* owner, const std::function<void()>& child, ToolOutput* out,
-                              ToolOutput* err, int* status) {
+ToolRunResult runToolCaptured(ReplyLogSink* owner, const std::function<void()>& child,
+                              ToolOutput* out, ToolOutput* err, int* status) {
     int outPipe[2] = {-1, -1};
     int errPipe[2] = {-1, -1};
     if (pipe(outPipe) != 0 || pipe(errPipe) != 0) {
-        logTextInt(owner, stderr, "Cannot create pipe (errno:%d)\n", errno);
+        logText(owner, stderr, "Cannot create pipe (errno:%d)\n", errno);
         for (int* fd : {&outPipe[0], &outPipe[1], &errPipe[0], &errPipe[1]}) closeFd(fd);
         return TOOL_NO_PIPE;
     }
@@ -102,14 +102,14 @@ ToolRunResult runToolCaptured(Ostrel* owner, const std::function<void()>& child,
     }
     ToolRunResult result = TOOL_FAILED;
     if (pid < 0) {
-        logTextInt(owner, stderr, "Cannot fork (errno:%d)\n", errno);
+        logText(owner, stderr, "Cannot fork (errno:%d)\n", errno);
     } else {
         closeFd(&outPipe[1]);
         closeFd(&errPipe[1]);
         out->data = static_cast<char*>(malloc(kToolBufferStep));
         err->data = static_cast<char*>(malloc(kToolBufferStep));
         if (out->data == nullptr || err->data == nullptr) {
-            logTextInt(owner, stderr, "Cannot malloc memory (errno:%d)\n", errno);
+            logText(owner, stderr, "Cannot malloc memory (errno:%d)\n", errno);
         } else {
             out->size = err->size = kToolBufferStep;
             if (collectOutputs(owner, outPipe[0], errPipe[0], out, err) == 0) {
@@ -118,7 +118,7 @@ ToolRunResult runToolCaptured(Ostrel* owner, const std::function<void()>& child,
                     waited = waitpid(pid, status, 0);
                 } while (waited < 0 && errno == EINTR);
                 if (waited < 0) {
-                    logTextInt(owner, stderr, "Cannot wait for child (errno:%d)\n", errno);
+                    logText(owner, stderr, "Cannot wait for child (errno:%d)\n", errno);
                 } else {
                     out->data[out->length] = '\0';
                     err->data[err->length] = '\0';
@@ -136,23 +136,10 @@ void releaseToolOutput(ToolOutput* output) {
     *output = ToolOutput();
 }
 
-const char* silletPath() {
-    const char* bin = getenv("SILLET_BIN");
-    return bin != nullptr ? bin : "sillet";
-}
-
 void failExec() {
     fprintf(stderr, "Cannot execvp (errno:%d)\n", errno);
     fflush(stderr);
     _exit(1);
-}
-
-int toolExitCode(Ostrel* owner, int status) {
-    if ((status & 0x7f) != 0) {
-        logText(owner, stderr, "sillet abnormally existed\n");
-        return -1;
-    }
-    return (status >> 8) & 0xff;
 }
 
 }  // namespace vendor::brevane::hardware::ostrel::core

@@ -1,4 +1,4 @@
-// Running the config tool as a child with its standard output and standard error on
+// Running a program as a child with its standard output and standard error on
 // two pipes, collecting both to their end. The child must produce output or close
 // its pipes within kToolPollMs of each previous event.
 #pragma once
@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "ConfigBridge.h"
+#include "ReplyLogSink.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
 
@@ -31,17 +31,12 @@ enum ToolRunResult {
 // must not return. Messages go to standard error and, with an owner, to its reply
 // log. Both outputs are freed by the caller with releaseToolOutput, whatever the
 // result.
-ToolRunResult runToolCaptured(Ostrel* owner, const std::function<void()>& child, ToolOutput* out,
-                              ToolOutput* err, int* status);
+ToolRunResult runToolCaptured(ReplyLogSink* owner, const std::function<void()>& child,
+                              ToolOutput* out, ToolOutput* err, int* status);
 void releaseToolOutput(ToolOutput* output);
 
-// The tool path: SILLET_BIN when set (even empty), else "sillet" along PATH.
-const char* silletPath();
 // Reports a child that exec could not start (on the child's standard error) and
 // leaves the child with exit code 1.
 [[noreturn]] void failExec();
-// The exit code of a tool that exited, or -1 after reporting
-// "sillet abnormally existed\n" when a signal ended it.
-int toolExitCode(Ostrel* owner, int status);
 
 }  // namespace vendor::brevane::hardware::ostrel::core

@@ -1,7 +1,8 @@
 // The planner's state machine: dispatch of events to the handler of the persisted
 // state, the tick thread, progress accounting, the test-case runner and executor
 // launcher, the result archive and the crash-history monitor. Members are defined
-// in the OstrelFSM*.cpp files named after what they do.
+// in the OstrelFSM*.cpp files named after what they do, here in core/fsm/ and, for
+// a run's results, in core/results/.
 #pragma once
 
 #include <sys/types.h>
@@ -18,21 +19,11 @@
 
 #include "OstrelFSMData.h"
 #include "OstrelLog.h"
-#include "PlannerTypes.h"
+#include "PlannerEvent.h"
+#include "PlannerState.h"
+#include "ReplyLogSink.h"
 
-namespace vendor {
-namespace brevane {
-namespace hardware {
-namespace ostrel {
-namespace V2_0 {
-namespace implementation {
-struct Ostrel;
-}  // namespace implementation
-}  // namespace V2_0
-
-namespace core {
-
-using V2_0::implementation::Ostrel;
+namespace vendor::brevane::hardware::ostrel::core {
 
 constexpr const char* kFsmLogTag = "ostrel.core.fsm";
 constexpr const char* kExecutorPath = "/vendor/bin/kelbrun";
@@ -49,7 +40,8 @@ constexpr std::chrono::milliseconds kHistoryRetry{1000};
 
 class OstrelFSM {
   public:
-    explicit OstrelFSM(Ostrel* owner);
+    // |owner| keeps the reply log that the config tool bridge writes to; null for none.
+    explicit OstrelFSM(ReplyLogSink* owner);
     // Ends the run's threads (they use this object) and leaves the executor and
     // the persisted state as they are.
     ~OstrelFSM();
@@ -153,7 +145,7 @@ class OstrelFSM {
     // in its monitor's last passes once it has |ended|.
     bool appendForRun(const char* path, uint32_t run, bool ended);
 
-    Ostrel* owner;
+    ReplyLogSink* owner;
     OstrelFSMData data;
     // The supervisor's process id, which is also the run's process-group id;
     // -1 once the group was terminated, 0 before any run in this process.
@@ -180,8 +172,4 @@ class OstrelFSM {
     std::chrono::milliseconds historyRetry{kHistoryRetry};
 };
 
-}  // namespace core
-}  // namespace ostrel
-}  // namespace hardware
-}  // namespace brevane
-}  // namespace vendor
+}  // namespace vendor::brevane::hardware::ostrel::core

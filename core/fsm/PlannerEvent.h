@@ -1,4 +1,4 @@
-// Events and states of the planner's state machine.
+// The events of the planner's state machine.
 #pragma once
 
 #include <cstdint>
@@ -21,16 +21,5 @@ enum PlannerEvent : int8_t {
     RUN_FINISHED = 11,
     GET_RESULT = 12,
 };
-
-// Persisted in the plan document as "current_state".
-enum PlannerFSMState : int8_t {
-    IDLE = 0,
-    PREPARING = 1,
-    RUNNING = 2,
-    COMPLETING = 3,
-};
-
-// State names indexed by state value, for the reply log of getState.
-extern const char* const kStateNames[4];
 
 }  // namespace vendor::brevane::hardware::ostrel::core

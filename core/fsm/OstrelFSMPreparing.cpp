@@ -1,11 +1,13 @@
 // PREPARING: configurations and the plan may be read and changed; RUN_START
-// begins a run.
+// begins a run. The configuration list is handed out as the config tool gives it.
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
-#include "ConfigBridge.h"
+#include "ConfigTool.h"
 #include "OstrelFSM.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
@@ -75,6 +77,26 @@ bool OstrelFSM::preparing(PlannerEvent event, char* input, char*, int, long buf_
     }
     data.setState(PREPARING);
     return result;
+}
+
+char* OstrelFSM::getConfig() {
+    if (querySilletList(owner) != 0) {
+        error("ostrel: Fail to prepare the QaV list");
+        return nullptr;
+    }
+    int size = serializeConfigList(owner, nullptr);
+    if (size <= 0) {
+        error("ostrel: Fail to query the QaV list");
+        return nullptr;
+    }
+    char* buf = static_cast<char*>(malloc(size));
+    if (buf == nullptr) {
+        int err = errno;
+        error("ostrel: Cannot malloc memory (errno:%d, %s)\n", err, strerror(err));
+        return nullptr;
+    }
+    serializeConfigList(owner, &buf);
+    return buf;
 }
 
 }  // namespace vendor::brevane::hardware::ostrel::core

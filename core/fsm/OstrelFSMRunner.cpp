@@ -43,20 +43,21 @@ std::vector<std::string> splitWords(const std::string& line) {
 std::string OstrelFSM::executorCommandLine() {
     std::ostringstream cmd;
     cmd << kExecutorPath;
-    for (int i = 0; i < data.getTestcasesLength(); i++) {
-        if (!data.getTestcaseIsSelect(i)) continue;
+    int count = data.getTestcasesLength();
+    for (int i = 0; i < count; i++) {
+        OstrelFSMData::TestcaseRecord tc = data.getTestcase(i);
+        if (!tc.isSelect) continue;
         cmd << " ";
-        const char* command = data.getTestcaseCommand(i);
-        if (command == nullptr) {
+        if (tc.command == nullptr) {
             // Kept in the line all the same: a blank, a second blank and the count.
             error("ostrel: error executor command: %s\n", cmd.str().c_str());
         }
-        cmd << (command ? command : "") << " ";
-        if (data.getTestcaseIsRound(i)) {
-            cmd << static_cast<int>(static_cast<uint32_t>(data.getTestcaseTargetRound(i)) -
-                                    static_cast<uint32_t>(data.getTestcaseCurrentRound(i)));
+        cmd << (tc.command ? tc.command : "") << " ";
+        if (tc.isRound) {
+            cmd << static_cast<int>(static_cast<uint32_t>(tc.targetRound) -
+                                    static_cast<uint32_t>(tc.currentRound));
         } else {
-            cmd << hoursLeft(data.getTestcaseTargetTime(i), data.getTestcaseCurrentTime(i));
+            cmd << hoursLeft(tc.targetTime, tc.currentTime);
         }
     }
     return cmd.str();

@@ -9,7 +9,7 @@
 
 #include <string>
 
-#include "PlannerTypes.h"
+#include "PlannerState.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
 
@@ -44,8 +44,24 @@ class OstrelFSMData {
     bool getRunFinished();
     bool setRunFinished(bool value);
 
+    // One test case's fields, read together; a missing or mistyped field reads
+    // as 0, false or null, as through the getters below.
+    struct TestcaseRecord {
+        const char* command = nullptr;
+        int value = 0;
+        bool isBootTest = false;
+        bool isRound = false;
+        bool isSelect = false;
+        int currentTime = 0;
+        int targetTime = 0;
+        int currentRound = 0;
+        int targetRound = 0;
+    };
+
     // Test-case records, indexed from 0 in the order of "testcases".
     int getTestcasesLength();
+    // Test case |i| with one lookup of its object.
+    TestcaseRecord getTestcase(int i);
     const char* getTestcaseCommand(int i);
     int getTestcaseValue(int i);
     bool getTestcaseIsBootTest(int i);
@@ -69,6 +85,8 @@ class OstrelFSMData {
   private:
     // The member |key| of the root object, or null.
     rapidjson::Value* rootMember(const char* key);
+    // Test case |i| when it is an object, or null.
+    rapidjson::Value* testcaseObject(int i, bool* haveTestcases = nullptr);
     // The member |key| of test case |i|. |haveTestcases| tells whether the root
     // has "testcases" at all (the setters' result depends on it).
     rapidjson::Value* testcaseMember(int i, const char* key, bool* haveTestcases = nullptr);

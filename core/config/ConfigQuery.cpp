@@ -4,12 +4,10 @@
 #include <rapidjson/writer.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include "ConfigBridge.h"
-#include "OstrelFSM.h"
+#include "SilletCmd.h"
 #include "ToolCapture.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
@@ -23,15 +21,15 @@ void execList() {
     failExec();
 }
 
-int checkListRun(Ostrel* owner, int status, ToolOutput* out, ToolOutput* err) {
-    logTextInt(owner, stdout, "collect sillet out_buf size=%d\n", out->length);
-    logText(owner, stdout, out->data);
-    logTextInt(owner, stderr, "collect sillet err_buf size=%d\n", err->length);
-    logText(owner, stderr, err->data);
+int checkListRun(ReplyLogSink* owner, int status, ToolOutput* out, ToolOutput* err) {
+    logText(owner, stdout, "collect sillet out_buf size=%d\n", out->length);
+    logText(owner, stdout, "%s", out->data);
+    logText(owner, stderr, "collect sillet err_buf size=%d\n", err->length);
+    logText(owner, stderr, "%s", err->data);
     int code = toolExitCode(owner, status);
     if (code < 0) return -1;
     if (code != 0) {
-        logTextIntStr(owner, stderr, "sillet returns error (errno:%d, %s)\n", code, err->data);
+        logText(owner, stderr, "sillet returns error (errno:%d, %s)\n", code, err->data);
         return -1;
     }
     if (parseSilletList(owner, out->data, out->length) < 0) {
@@ -43,7 +41,7 @@ int checkListRun(Ostrel* owner, int status, ToolOutput* out, ToolOutput* err) {
 
 }  // namespace
 
-int querySilletList(Ostrel* owner) {
+int querySilletList(ReplyLogSink* owner) {
     logText(owner, stdout, "Preparing the QaV list\n");
     ToolOutput out;
     ToolOutput err;
@@ -58,7 +56,7 @@ int querySilletList(Ostrel* owner) {
     return result;
 }
 
-int serializeConfigList(Ostrel* owner, char** dest) {
+int serializeConfigList(ReplyLogSink* owner, char** dest) {
     if (!configList.IsObject()) {
         logText(owner, stderr, "JSON is not ready\n");
         return -1;
@@ -72,26 +70,6 @@ int serializeConfigList(Ostrel* owner, char** dest) {
         memcpy(*dest, text.GetString(), size);
     }
     return size;
-}
-
-char* OstrelFSM::getConfig() {
-    if (querySilletList(owner) != 0) {
-        error("ostrel: Fail to prepare the QaV list");
-        return nullptr;
-    }
-    int size = serializeConfigList(owner, nullptr);
-    if (size <= 0) {
-        error("ostrel: Fail to query the QaV list");
-        return nullptr;
-    }
-    char* buf = static_cast<char*>(malloc(size));
-    if (buf == nullptr) {
-        int err = errno;
-        error("ostrel: Cannot malloc memory (errno:%d, %s)\n", err, strerror(err));
-        return nullptr;
-    }
-    serializeConfigList(owner, &buf);
-    return buf;
 }
 
 }  // namespace vendor::brevane::hardware::ostrel::core

@@ -10,9 +10,7 @@
 
 namespace vendor::brevane::hardware::ostrel::core {
 
-const char* const kStateNames[4] = {"IDLE", "PREPARING", "RUNNING", "COMPLETING"};
-
-OstrelFSM::OstrelFSM(Ostrel* owner)
+OstrelFSM::OstrelFSM(ReplyLogSink* owner)
     : owner(owner),
       data(),
       executorProcessId(0),

@@ -10,15 +10,12 @@
 
 #include "ConfigBridge.h"
 #include "JsonText.h"
-#include "OstrelImpl.h"
 #include "SilletCmd.h"
 #include "ToolCapture.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
 
 namespace {
-
-using Command = SilletCmd<Ostrel>;
 
 constexpr const char* kSelectRefused = "Cannot parse the given JSON: exit_select_qav\n";
 
@@ -56,7 +53,7 @@ bool chooseNumber(const rapidjson::Value& entry, bool member, int* number) {
 }
 
 // Adds one entry's words; -1 when the command could not grow.
-int addEntry(Ostrel* owner, Command& cmd, const rapidjson::Value& entry, bool member) {
+int addEntry(ReplyLogSink* owner, SilletCmd& cmd, const rapidjson::Value& entry, bool member) {
     int number = -1;
     if (!chooseNumber(entry, member, &number)) return 0;
     int value = -1;
@@ -64,15 +61,15 @@ int addEntry(Ostrel* owner, Command& cmd, const rapidjson::Value& entry, bool me
     return cmd.addArg(owner, number, value);
 }
 
-void refuseEntry(Ostrel* owner, const rapidjson::Value& entry) {
+void refuseEntry(ReplyLogSink* owner, const rapidjson::Value& entry) {
     const char* name = readName(entry);
-    logTextStr(owner, stderr, "exit: name:%s\n", name != nullptr ? name : "(null)");
+    logText(owner, stderr, "exit: name:%s\n", name != nullptr ? name : "(null)");
     logText(owner, stderr, kSelectRefused);
 }
 
 // Walks the list in order; -1 (reported) when an entry cannot be read or the
 // command could not grow.
-int buildCommand(Ostrel* owner, Command& cmd, const rapidjson::Value& config) {
+int buildCommand(ReplyLogSink* owner, SilletCmd& cmd, const rapidjson::Value& config) {
     for (auto& entry : config.GetArray()) {
         bool group = entry.IsObject() && entry.HasMember("multi");
         if (!group) {
@@ -96,7 +93,7 @@ int buildCommand(Ostrel* owner, Command& cmd, const rapidjson::Value& config) {
     return 0;
 }
 
-int runSet(Ostrel* owner, Command& cmd) {
+int runSet(ReplyLogSink* owner, SilletCmd& cmd) {
     ToolOutput out;
     ToolOutput err;
     int status = 0;
@@ -112,12 +109,14 @@ int runSet(Ostrel* owner, Command& cmd) {
         // Reported as a refused selection too.
         logText(owner, stderr, kSelectRefused);
     } else if (run == TOOL_DONE) {
-        logTextSize(owner, stdout, "collect sillet out_buf size=%lu\n", out.length);
-        logText(owner, stdout, out.data);
-        logTextSize(owner, stderr, "collect sillet err_buf size=%lu\n", err.length);
-        logText(owner, stderr, err.data);
+        logText(owner, stdout, "collect sillet out_buf size=%lu\n",
+                static_cast<unsigned long>(out.length));
+        logText(owner, stdout, "%s", out.data);
+        logText(owner, stderr, "collect sillet err_buf size=%lu\n",
+                static_cast<unsigned long>(err.length));
+        logText(owner, stderr, "%s", err.data);
         int code = toolExitCode(owner, status);
-        if (code > 0) logTextInt(owner, stderr, "sillet returns error(%d)\n", code);
+        if (code > 0) logText(owner, stderr, "sillet returns error(%d)\n", code);
         result = code == 0 ? 0 : -1;
     }
     releaseToolOutput(&out);
@@ -125,7 +124,7 @@ int runSet(Ostrel* owner, Command& cmd) {
     return result;
 }
 
-void releaseCommand(Command& cmd) {
+void releaseCommand(SilletCmd& cmd) {
     if (cmd.argv == nullptr) return;
     // Slots 0 and 1 are the environment's path and the static action word.
     for (int i = 2; i < cmd.argc; i++) free(cmd.argv[i]);
@@ -135,8 +134,8 @@ void releaseCommand(Command& cmd) {
 
 }  // namespace
 
-int selectSilletConfig(Ostrel* owner, const char* json) {
-    Command cmd(owner);
+int selectSilletConfig(ReplyLogSink* owner, const char* json) {
+    SilletCmd cmd(owner);
     ConfigDocument doc(nullptr, kConfigParseStack);
     int result = -1;
     if (json == nullptr || !parseJsonText(doc, json, strlen(json)) || !doc.IsObject()) {
@@ -150,12 +149,12 @@ int selectSilletConfig(Ostrel* owner, const char* json) {
     return result;
 }
 
-int clearSilletConfig(Ostrel*) {
+int clearSilletConfig(ReplyLogSink*) {
     fflush(stdout);
     fflush(stderr);
     pid_t pid = fork();
     if (pid < 0) {
-        logTextInt(nullptr, stderr, "Cannot fork (errno:%d)\n", errno);
+        logText(nullptr, stderr, "Cannot fork (errno:%d)\n", errno);
         return -1;
     }
     if (pid == 0) {
@@ -170,11 +169,11 @@ int clearSilletConfig(Ostrel*) {
         waited = waitpid(pid, &status, 0);
     } while (waited < 0 && errno == EINTR);
     if (waited < 0) {
-        logTextInt(nullptr, stderr, "Cannot wait for child (errno:%d)\n", errno);
+        logText(nullptr, stderr, "Cannot wait for child (errno:%d)\n", errno);
         return -1;
     }
     int code = toolExitCode(nullptr, status);
-    if (code > 0) logTextInt(nullptr, stderr, "sillet returns error(%d)\n", code);
+    if (code > 0) logText(nullptr, stderr, "sillet returns error(%d)\n", code);
     return code == 0 ? 0 : -1;
 }
 
