@@ -174,13 +174,21 @@ kill_while_packing() {
     restart_and_check
     if [ "$(call getState)" == "3" ]; then
         # Packing again from the start, uncut; its time is the next window.
-        local t0 result
+        local t0 result copy=yes
+        # A kill after the history copy was moved beside the archive, before the
+        # state was written: the result is packed again but has no history to
+        # name, and the answer is empty, as for any run without a history copy.
+        [ -e /data/vendor/qav/data/db_history ] || copy=no
         t0=$(now_ms)
         result=$(field "$(call getResult)" 1)
         pack_ms=$(($(now_ms) - t0 + 1))
-        [[ "$result" == /data/vendor/qav/results/QAV*.zip,\ /data/vendor/qav/results/QAV*.db_history ]] ||
-            fail "getResult after the restart: $result"
-        unzip -tq "${result%%, *}" >/dev/null || fail "the archive made after the restart is not whole"
+        if [ "$copy" == yes ]; then
+            [[ "$result" == /data/vendor/qav/results/QAV*.zip,\ /data/vendor/qav/results/QAV*.db_history ]] ||
+                fail "getResult after the restart: $result"
+            unzip -tq "${result%%, *}" >/dev/null || fail "the archive made after the restart is not whole"
+        else
+            expect "without a history copy the result names nothing" "" "$result"
+        fi
         expect "the run ends in PREPARING" "1" "$(call getState)"
     fi
 }
