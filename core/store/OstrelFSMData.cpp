@@ -124,11 +124,16 @@ bool OstrelFSMData::writeFSMData() {
         changed = true;
         return true;
     }
+    replacePlanFile(documentText());
+    return true;
+}
+
+// The document as compact JSON, as the plan file and getJSON hold it.
+std::string OstrelFSMData::documentText() {
     rapidjson::StringBuffer buffer;
     rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
     document.Accept(writer);
-    replacePlanFile(std::string(buffer.GetString(), buffer.GetSize()));
-    return true;
+    return std::string(buffer.GetString(), buffer.GetSize());
 }
 
 bool OstrelFSMData::replacePlanFile(const std::string& text) {
@@ -158,10 +163,7 @@ void OstrelFSMData::commitWrites() {
     changed = false;
     // A document that stopped being an object was reported by the setter.
     if (!document.IsObject()) return;
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    document.Accept(writer);
-    std::string text(buffer.GetString(), buffer.GetSize());
+    std::string text = documentText();
     struct stat st;
     if (text == lastWritten && stat(kPlanFile, &st) == 0) return;
     replacePlanFile(text);
@@ -350,10 +352,7 @@ char* OstrelFSMData::getJSON() {
         error("ostrel: Document is not set, null string");
         return nullptr;
     }
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    document.Accept(writer);
-    return strdup(buffer.GetString());
+    return strdup(documentText().c_str());
 }
 
 }  // namespace vendor::brevane::hardware::ostrel::core

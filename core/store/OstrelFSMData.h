@@ -93,6 +93,7 @@ class OstrelFSMData {
     bool setTestcaseInt(int i, const char* key, int value);
     int getTestcaseInt(int i, const char* key);
     bool getTestcaseBool(int i, const char* key);
+    std::string documentText();
     // The atomic replace of the plan file with |text|.
     bool replacePlanFile(const std::string& text);
 
