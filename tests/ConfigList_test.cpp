@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "ConfigBridge.h"
-#include "ConfigTestSupport.h"
+#include "TestSupport.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
 using ostrel_test::Ostrel;

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "ConfigBridge.h"
-#include "ConfigTestSupport.h"
+#include "TestSupport.h"
 #include "OstrelFSM.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;

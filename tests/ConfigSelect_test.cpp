@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ConfigBridge.h"
-#include "ConfigTestSupport.h"
+#include "TestSupport.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
 using ostrel_test::fileExists;

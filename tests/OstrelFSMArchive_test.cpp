@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "RunSupport.h"
+#include "TestSupport.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
 using namespace ostrel_test;

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "ConfigTestSupport.h"
+#include "TestSupport.h"
 #include "OstrelFSM.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;

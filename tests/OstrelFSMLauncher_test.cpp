@@ -5,7 +5,7 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
-#include "RunSupport.h"
+#include "TestSupport.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
 using namespace ostrel_test;

@@ -10,7 +10,7 @@
 #include <chrono>
 #include <thread>
 
-#include "RunSupport.h"
+#include "TestSupport.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
 using namespace ostrel_test;

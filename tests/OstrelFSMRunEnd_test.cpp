@@ -6,7 +6,7 @@
 
 #include <memory>
 
-#include "RunSupport.h"
+#include "TestSupport.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
 using namespace ostrel_test;

@@ -2,7 +2,7 @@
 // with what is left of each, as the stand-in executor receives and consumes it.
 #include <gtest/gtest.h>
 
-#include "RunSupport.h"
+#include "TestSupport.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
 using namespace ostrel_test;

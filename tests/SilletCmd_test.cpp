@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "ConfigTestSupport.h"
+#include "TestSupport.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
 using ostrel_test::Ostrel;

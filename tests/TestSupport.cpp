@@ -1,17 +1,34 @@
 #include "TestSupport.h"
 
-#include <gtest/gtest.h>
+#include <dirent.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
+#include <sys/wait.h>
 
 #include <cerrno>
-
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <thread>
+
+#include "ConfigBridge.h"
+
+namespace vendor::brevane::hardware::ostrel::core {
+void PrintTo(PlannerFSMState state, std::ostream* os) {
+    int value = state;
+    if (value >= 0 && value < 4) {
+        *os << kStateNames[value];
+    } else {
+        *os << "state " << value;
+    }
+}
+}  // namespace vendor::brevane::hardware::ostrel::core
 
 namespace ostrel_test {
+
+namespace core = vendor::brevane::hardware::ostrel::core;
 
 namespace {
 
@@ -32,14 +49,13 @@ const auto* const kGuard = ::testing::AddGlobalTestEnvironment(new SandboxGuard)
 
 }  // namespace
 
-// Plain reads: a /proc file of a process that exits meanwhile fails with ESRCH,
-// which reads as the end of the file (a file stream would throw).
 std::string readFile(const std::string& path) {
     std::string text;
     int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return text;
     char buf[65536];
     ssize_t n;
+    // ESRCH (a /proc file of a process that exited) ends the read like EOF.
     while ((n = read(fd, buf, sizeof(buf))) > 0 || (n < 0 && errno == EINTR)) {
         if (n > 0) text.append(buf, static_cast<size_t>(n));
     }
@@ -52,6 +68,13 @@ void writeFile(const std::string& path, const std::string& text) {
     out << text;
 }
 
+void appendFile(const std::string& path, const std::string& text) {
+    int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    ASSERT_GE(fd, 0) << path;
+    ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    close(fd);
+}
+
 bool fileExists(const std::string& path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0;
@@ -60,6 +83,211 @@ bool fileExists(const std::string& path) {
 std::string sourcePath(const std::string& relative) {
     const char* dir = getenv("OSTREL_SOURCE_DIR");
     return std::string(dir ? dir : ".") + "/" + relative;
+}
+
+StderrCapture::StderrCapture(int target) : target_(target) {
+    char name[] = "/tmp/stderr-XXXXXX";
+    int fd = mkstemp(name);
+    path_ = name;
+    fflush(nullptr);
+    saved_ = dup(target_);
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_APPEND);
+    dup2(fd, target_);
+    close(fd);
+}
+
+void StderrCapture::restore() {
+    if (saved_ < 0) return;
+    fflush(nullptr);
+    dup2(saved_, target_);
+    close(saved_);
+    saved_ = -1;
+}
+
+int numberAfter(const std::string& text, const std::string& prefix) {
+    size_t at = text.find(prefix);
+    return at == std::string::npos ? -1 : atoi(text.c_str() + at + prefix.size());
+}
+
+bool waitFor(const std::function<bool()>& done, double seconds) {
+    auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
+}
+
+char processState(pid_t pid, pid_t* pgid) {
+    std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
+    size_t paren = stat.rfind(')');
+    if (paren == std::string::npos) return 0;
+    char state = 0;
+    int ppid = 0, group = 0;
+    if (sscanf(stat.c_str() + paren + 1, " %c %d %d", &state, &ppid, &group) != 3) return 0;
+    if (pgid) *pgid = group;
+    return state;
+}
+
+bool isLive(pid_t pid) {
+    char s = processState(pid);
+    return s != 0 && s != 'Z' && s != 'X';
+}
+
+std::vector<pid_t> liveGroupMembers(pid_t pgid) {
+    std::vector<pid_t> members;
+    DIR* d = opendir("/proc");
+    if (d == nullptr) return members;
+    while (struct dirent* e = readdir(d)) {
+        pid_t pid = atoi(e->d_name);
+        pid_t group = 0;
+        if (pid > 0 && isLive(pid) && processState(pid, &group) && group == pgid) {
+            members.push_back(pid);
+        }
+    }
+    closedir(d);
+    return members;
+}
+
+std::string runTool(const std::vector<std::string>& args) {
+    int fds[2];
+    if (pipe(fds) != 0) return "";
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(fds[1], STDOUT_FILENO);
+        close(fds[0]);
+        close(fds[1]);
+        std::vector<char*> argv;
+        for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+        argv.push_back(nullptr);
+        execvp(argv[0], argv.data());
+        _exit(127);
+    }
+    close(fds[1]);
+    std::string out;
+    char buf[4096];
+    ssize_t n;
+    while ((n = read(fds[0], buf, sizeof(buf))) > 0) out.append(buf, static_cast<size_t>(n));
+    close(fds[0]);
+    // The status is not used: a machine's tick thread may reap any child.
+    waitpid(pid, nullptr, 0);
+    return out;
+}
+
+std::vector<std::string> zipEntries(const std::string& zip) {
+    std::vector<std::string> names;
+    std::string out = runTool({"unzip", "-Z1", zip});
+    size_t start = 0;
+    for (size_t nl; (nl = out.find('\n', start)) != std::string::npos; start = nl + 1) {
+        names.push_back(out.substr(start, nl - start));
+    }
+    return names;
+}
+
+std::string zipContent(const std::string& zip, const std::string& entry) {
+    return runTool({"unzip", "-p", zip, entry});
+}
+
+Testcase rounds(const std::string& command, int value) {
+    Testcase t;
+    t.command = "\"" + command + "\"";
+    t.value = value;
+    return t;
+}
+
+Testcase hours(const std::string& command, int value) {
+    Testcase t = rounds(command, value);
+    t.isRound = false;
+    return t;
+}
+
+std::string planJson(int state, bool runStart, bool runFinished,
+                     const std::vector<Testcase>& testcases) {
+    auto flag = [](bool b) { return std::string(b ? "true" : "false"); };
+    std::string json = "{\"not_set\":false,\"current_state\":" + std::to_string(state) +
+                       ",\"run_start\":" + flag(runStart) +
+                       ",\"run_finished\":" + flag(runFinished) + ",\"testcases\":[";
+    for (size_t i = 0; i < testcases.size(); i++) {
+        const Testcase& t = testcases[i];
+        json += std::string(i ? "," : "") + "{\"name\":\"t\",\"select\":" + flag(t.select);
+        if (!t.command.empty()) json += ",\"command\":" + t.command;
+        json += ",\"testcase_value\":" + std::to_string(t.value) +
+                ",\"isRound\":" + flag(t.isRound) + ",\"isBootTest\":" + flag(t.isBootTest) +
+                ",\"testcase_current_time\":" + std::to_string(t.currentTime) +
+                ",\"testcase_target_time\":" + std::to_string(t.targetTime) +
+                ",\"testcase_current_round\":" + std::to_string(t.currentRound) +
+                ",\"testcase_target_round\":" + std::to_string(t.targetRound) + "}";
+    }
+    return json + "]}";
+}
+
+void writePlan(const std::string& json) {
+    writeFile(core::kPlanFile, json);
+}
+
+OstrelFSM& newMachine() {
+    static std::vector<OstrelFSM*>* machines = new std::vector<OstrelFSM*>;
+    machines->push_back(new OstrelFSM(nullptr));
+    return *machines->back();
+}
+
+std::string answer(OstrelFSM& m, PlannerEvent event, bool* result) {
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* fp = open_memstream(&text, &size);
+    bool ok = m.sendEvent(event, nullptr, nullptr, 0, reinterpret_cast<long>(fp));
+    fclose(fp);
+    std::string written(text, size);
+    free(text);
+    if (result) *result = ok;
+    return written;
+}
+
+std::string executorLog() {
+    return readFile(core::kExecutorLogFile);
+}
+
+pid_t waitForExecutor(double seconds) {
+    pid_t pid = -1;
+    waitFor([&] { return (pid = numberAfter(executorLog(), "kelbrun: pid ")) > 0; }, seconds);
+    return pid;
+}
+
+std::string useSilletStandIn() {
+    std::string bin = sourcePath("fakes/sillet/sillet");
+    setenv("SILLET_BIN", bin.c_str(), 1);
+    setenv("SILLET_STATE", kSilletState, 1);
+    for (const char* name : {"SILLET_HANG", "SILLET_QUIET_HANG", "SILLET_OUTPUT",
+                             "SILLET_OUTPUT_FILE", "SILLET_STDERR", "SILLET_EXIT",
+                             "SILLET_SIGNAL"}) {
+        unsetenv(name);
+    }
+    remove(kSilletState);
+    return bin;
+}
+
+std::string ReplyLog::added() {
+    std::string text = owner->replyLog().substr(seen);
+    seen = owner->replyLog().size();
+    return text;
+}
+
+const rapidjson::Value* findEntry(const rapidjson::Value& list, const std::string& name) {
+    for (auto& entry : list["config"].GetArray()) {
+        if (entry.HasMember("content")) {
+            for (auto& member : entry["content"].GetArray()) {
+                if (name == member["name"].GetString()) return &member;
+            }
+        } else if (name == entry["name"].GetString()) {
+            return &entry;
+        }
+    }
+    return nullptr;
+}
+
+int listNumber(const std::string& name, const char* key) {
+    const rapidjson::Value* entry = findEntry(core::configList, name);
+    return entry != nullptr && entry->HasMember(key) ? (*entry)[key].GetInt() : -100;
 }
 
 }  // namespace ostrel_test

@@ -1,17 +1,124 @@
-// Helpers shared by the tests: they run inside the device sandbox (scripts/devsandbox),
-// where the fixed paths are a private, fresh data partition.
+// Helpers shared by the unit tests. They run inside the device sandbox
+// (scripts/devsandbox), where the fixed paths are a private, fresh data partition.
 #pragma once
 
+#include <rapidjson/document.h>
+#include <unistd.h>
+#include <utils/StrongPointer.h>
+
+#include <functional>
+#include <ostream>
 #include <string>
+#include <vector>
+
+#include "OstrelFSM.h"
+#include "OstrelImpl.h"
+
+namespace vendor::brevane::hardware::ostrel::core {
+// A state in a failed comparison prints as its name.
+void PrintTo(PlannerFSMState state, std::ostream* os);
+}  // namespace vendor::brevane::hardware::ostrel::core
 
 namespace ostrel_test {
 
-// Whole contents of |path|, or an empty string when it cannot be read.
+using vendor::brevane::hardware::ostrel::V2_0::implementation::Ostrel;
+using vendor::brevane::hardware::ostrel::core::OstrelFSM;
+using vendor::brevane::hardware::ostrel::core::PlannerEvent;
+
+// Files. readFile gives "" for a file that cannot be read, and reads /proc files
+// of a process that exits meanwhile as ended.
 std::string readFile(const std::string& path);
-// Replaces |path| with |text|.
 void writeFile(const std::string& path, const std::string& text);
+// Appends |text| to |path| in one write, creating it when missing.
+void appendFile(const std::string& path, const std::string& text);
 bool fileExists(const std::string& path);
-// The stand-ins and other files of the project's source tree.
+// A file of the project's source tree (the stand-ins).
 std::string sourcePath(const std::string& relative);
+
+// Standard error (or another descriptor) of this process and of every child
+// started meanwhile, sent to a file while the object lives; readable afterwards.
+class StderrCapture {
+  public:
+    explicit StderrCapture(int target = STDERR_FILENO);
+    ~StderrCapture() { restore(); }
+    void restore();
+    std::string text() const { return readFile(path_); }
+
+  private:
+    int target_;
+    std::string path_;
+    int saved_ = -1;
+};
+
+inline bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+// The diagnostic line that the machine writes for |message| (cut at 255).
+inline std::string diagnostic(const std::string& message) {
+    return "Log at OstrelFSM: " + message.substr(0, 255) + "\n";
+}
+// The integer that follows the first |prefix| in |text|, or -1.
+int numberAfter(const std::string& text, const std::string& prefix);
+
+// Polls |done| every 20 ms for up to |seconds|.
+bool waitFor(const std::function<bool()>& done, double seconds);
+
+// Processes. A process that has gone reads as gone (state 0), never as an error.
+char processState(pid_t pid, pid_t* pgid = nullptr);
+bool isLive(pid_t pid);
+std::vector<pid_t> liveGroupMembers(pid_t pgid);
+// Runs a tool and returns its standard output.
+std::string runTool(const std::vector<std::string>& args);
+// Entry names of a zip in archive order, and one entry's bytes, as unzip reads them.
+std::vector<std::string> zipEntries(const std::string& zip);
+std::string zipContent(const std::string& zip, const std::string& entry);
+
+// One test case of a plan; |command| is JSON text, or empty for no "command" key.
+struct Testcase {
+    std::string command;
+    bool isRound = true;
+    int value = 1;
+    bool isBootTest = false;
+    bool select = true;
+    int currentTime = 0, targetTime = 0, currentRound = 0, targetRound = 0;
+};
+// Test cases whose command is the string |command|, counted in rounds or hours.
+Testcase rounds(const std::string& command, int value);
+Testcase hours(const std::string& command, int value);
+std::string planJson(int state, bool runStart, bool runFinished,
+                     const std::vector<Testcase>& testcases);
+// Writes the plan file that the next machine loads.
+void writePlan(const std::string& json);
+
+// A machine that lives until the process ends (its threads may outlive the test).
+OstrelFSM& newMachine();
+// Sends |event| with a memory stream and returns what the handler wrote.
+std::string answer(OstrelFSM& m, PlannerEvent event, bool* result = nullptr);
+
+std::string executorLog();
+// The executor's own process id, from the stand-in's first log line.
+pid_t waitForExecutor(double seconds = 10);
+
+// The config tool's stand-in, chosen through SILLET_BIN, with no failure switch
+// set and an empty state file (the words of its last "set" or "clear").
+constexpr const char* kSilletState = "/tmp/sillet-state";
+std::string useSilletStandIn();
+
+// A service object and the part of its reply log written since the last call.
+class ReplyLog {
+  public:
+    ReplyLog() : owner(new Ostrel()), seen(owner->replyLog().size()) {}
+    Ostrel* get() { return owner.get(); }
+    std::string added();
+
+  private:
+    android::sp<Ostrel> owner;
+    size_t seen;
+};
+
+// The plain item or group member called |name| in |list|, or null.
+const rapidjson::Value* findEntry(const rapidjson::Value& list, const std::string& name);
+// The integer |key| of entry |name| in the process-wide list (-100 when absent).
+int listNumber(const std::string& name, const char* key);
 
 }  // namespace ostrel_test
