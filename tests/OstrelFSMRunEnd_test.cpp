@@ -2,9 +2,11 @@
 // the next run, every crash line written after the run starts is collected, and
 // one event writes the plan once. Ticks are shortened through setRunTimings.
 #include <gtest/gtest.h>
+#include <dirent.h>
 #include <sys/stat.h>
 
 #include <memory>
+#include <regex>
 
 #include "TestSupport.h"
 
@@ -29,11 +31,6 @@ int threadCount() {
     return n;
 }
 
-ino_t planInode() {
-    struct stat st;
-    return stat(kPlanFile, &st) == 0 ? st.st_ino : 0;
-}
-
 std::unique_ptr<OstrelFSM> fastMachine(const std::vector<Testcase>& plan) {
     writePlan(planJson(PREPARING, false, false, plan));
     auto m = std::make_unique<OstrelFSM>(nullptr);
@@ -41,21 +38,7 @@ std::unique_ptr<OstrelFSM> fastMachine(const std::vector<Testcase>& plan) {
     return m;
 }
 
-Testcase hours(const std::string& command, int value) {
-    Testcase t;
-    t.command = "\"" + command + "\"";
-    t.isRound = false;
-    t.value = value;
-    return t;
-}
-
 }  // namespace
-
-int planCurrentTime() {
-    std::string plan = readFile(kPlanFile);
-    size_t at = plan.find("\"testcase_current_time\":");
-    return at == std::string::npos ? -1 : atoi(plan.c_str() + at + 24);
-}
 
 TEST(OstrelFSMRunEnd, EndedRunsThreadsStopAndNeverActForTheNextRun) {
     auto m = fastMachine({hours("sleep 60", 1)});
@@ -77,7 +60,7 @@ TEST(OstrelFSMRunEnd, EndedRunsThreadsStopAndNeverActForTheNextRun) {
     std::this_thread::sleep_for(20 * kFastTick);
     EXPECT_EQ(threadCount(), idle + 2);
     // The plan file, as the tick thread last wrote it (the store is its to change).
-    int counted = planCurrentTime();
+    int counted = numberAfter(readFile(kPlanFile), "\"testcase_current_time\":");
     double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     // One run's ticks at most: 10 seconds per period elapsed.
     EXPECT_LE(counted, 10 * static_cast<int>(elapsed / 0.05 + 1));
@@ -154,10 +137,12 @@ TEST(OstrelFSMRunEnd, AnEventWritesThePlanOnceAndAReadWritesNothing) {
     OstrelFSMData& store = m->planStore();
 
     unsigned long before = store.writeCount();
-    ino_t inode = planInode();
+    struct stat was, is;
+    ASSERT_EQ(stat(kPlanFile, &was), 0);
     EXPECT_FALSE(answer(*m, GET_TEST).empty());
     EXPECT_EQ(store.writeCount(), before);
-    EXPECT_EQ(planInode(), inode) << "a read replaced the plan file";
+    ASSERT_EQ(stat(kPlanFile, &is), 0);
+    EXPECT_EQ(is.st_ino, was.st_ino) << "a read replaced the plan file";
 
     // A missing plan file is written again by the next event.
     unlink(kPlanFile);
@@ -180,10 +165,9 @@ TEST(OstrelFSMRunEnd, AnEventWritesThePlanOnceAndAReadWritesNothing) {
     m->sendEvent(TICK, nullptr, nullptr, 10, 0);
     EXPECT_EQ(store.writeCount(), before + 1);
     std::string file = readFile(kPlanFile);
-    size_t tens = 0;
-    for (size_t at = 0; (at = file.find("\"testcase_current_time\":10", at)) != std::string::npos; at++) {
-        tens++;
-    }
-    EXPECT_EQ(tens, 50u);
+    const std::regex ten("\"testcase_current_time\":10,");
+    EXPECT_EQ(std::distance(std::sregex_iterator(file.begin(), file.end(), ten),
+                            std::sregex_iterator()),
+              50);
     m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
 }

@@ -9,11 +9,6 @@ using namespace ostrel_test;
 
 namespace {
 
-// The diagnostic line of a message as the error writer prints it.
-std::string diagnostic(const std::string& message) {
-    return "Log at OstrelFSM: " + message.substr(0, 255) + "\n";
-}
-
 // Starts the test cases of |plan| (a live run) and returns the captured stderr
 // once the stand-in has finished.
 std::string runPlan(const std::vector<Testcase>& plan) {

@@ -149,34 +149,21 @@ std::vector<pid_t> liveGroupMembers(pid_t pgid) {
     return members;
 }
 
-std::string runTool(const std::vector<std::string>& args) {
-    int fds[2];
-    if (pipe(fds) != 0) return "";
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(fds[1], STDOUT_FILENO);
-        close(fds[0]);
-        close(fds[1]);
-        std::vector<char*> argv;
-        for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-        argv.push_back(nullptr);
-        execvp(argv[0], argv.data());
-        _exit(127);
-    }
-    close(fds[1]);
+std::string runTool(const std::string& command) {
     std::string out;
+    FILE* p = popen(command.c_str(), "r");
+    if (p == nullptr) return out;
     char buf[4096];
-    ssize_t n;
-    while ((n = read(fds[0], buf, sizeof(buf))) > 0) out.append(buf, static_cast<size_t>(n));
-    close(fds[0]);
+    size_t n;
+    while ((n = fread(buf, 1, sizeof(buf), p)) > 0) out.append(buf, n);
     // The status is not used: a machine's tick thread may reap any child.
-    waitpid(pid, nullptr, 0);
+    pclose(p);
     return out;
 }
 
 std::vector<std::string> zipEntries(const std::string& zip) {
     std::vector<std::string> names;
-    std::string out = runTool({"unzip", "-Z1", zip});
+    std::string out = runTool("unzip -Z1 " + zip);
     size_t start = 0;
     for (size_t nl; (nl = out.find('\n', start)) != std::string::npos; start = nl + 1) {
         names.push_back(out.substr(start, nl - start));
@@ -185,7 +172,7 @@ std::vector<std::string> zipEntries(const std::string& zip) {
 }
 
 std::string zipContent(const std::string& zip, const std::string& entry) {
-    return runTool({"unzip", "-p", zip, entry});
+    return runTool("unzip -p " + zip + " '" + entry + "'");
 }
 
 Testcase rounds(const std::string& command, int value) {
@@ -231,11 +218,12 @@ OstrelFSM& newMachine() {
     return *machines->back();
 }
 
-std::string answer(OstrelFSM& m, PlannerEvent event, bool* result) {
+std::string answer(OstrelFSM& m, PlannerEvent event, bool* result, std::string input) {
     char* text = nullptr;
     size_t size = 0;
     FILE* fp = open_memstream(&text, &size);
-    bool ok = m.sendEvent(event, nullptr, nullptr, 0, reinterpret_cast<long>(fp));
+    bool ok = m.sendEvent(event, input.empty() ? nullptr : input.data(), nullptr,
+                          event == core::TICK ? 10 : 0, reinterpret_cast<long>(fp));
     fclose(fp);
     std::string written(text, size);
     free(text);

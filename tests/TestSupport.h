@@ -67,8 +67,8 @@ bool waitFor(const std::function<bool()>& done, double seconds);
 char processState(pid_t pid, pid_t* pgid = nullptr);
 bool isLive(pid_t pid);
 std::vector<pid_t> liveGroupMembers(pid_t pgid);
-// Runs a tool and returns its standard output.
-std::string runTool(const std::vector<std::string>& args);
+// Runs a shell command and returns its standard output.
+std::string runTool(const std::string& command);
 // Entry names of a zip in archive order, and one entry's bytes, as unzip reads them.
 std::vector<std::string> zipEntries(const std::string& zip);
 std::string zipContent(const std::string& zip, const std::string& entry);
@@ -92,8 +92,10 @@ void writePlan(const std::string& json);
 
 // A machine that lives until the process ends (its threads may outlive the test).
 OstrelFSM& newMachine();
-// Sends |event| with a memory stream and returns what the handler wrote.
-std::string answer(OstrelFSM& m, PlannerEvent event, bool* result = nullptr);
+// Sends |event| (with |input|, when not empty) and a memory stream; returns what
+// the handler wrote, and its result through |result|.
+std::string answer(OstrelFSM& m, PlannerEvent event, bool* result = nullptr,
+                   std::string input = "");
 
 std::string executorLog();
 // The executor's own process id, from the stand-in's first log line.

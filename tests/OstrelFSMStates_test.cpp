@@ -1,0 +1,141 @@
+// Every event in every state: the handler's result, the state it leaves, what it
+// writes to the client's stream, and what it does (plan stored, executor started,
+// tool run, run ended, result made) or that it does nothing at all.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <regex>
+
+#include "TestSupport.h"
+
+using namespace vendor::brevane::hardware::ostrel::core;
+using namespace ostrel_test;
+
+namespace {
+
+enum Answer { kNoText, kPlan, kList, kResultNames };
+enum Effect { kNothing, kStored, kStarted, kCounted, kToolSet, kToolCleared, kEnded, kResult };
+
+struct Expected {
+    PlannerFSMState after;
+    Answer answer = kNoText;
+    Effect effect = kNothing;
+};
+
+// What differs from "answers true, writes nothing, does nothing".
+Expected expected(PlannerFSMState state, int event) {
+    const std::map<std::pair<int, int>, Expected> acts = {
+            {{IDLE, BOOT_COMPLETED}, {PREPARING}},
+            {{PREPARING, GET_CONFIG}, {PREPARING, kList}},
+            {{PREPARING, SET_CONFIG}, {PREPARING, kNoText, kToolSet}},
+            {{PREPARING, CLEAR_CONFIG}, {PREPARING, kNoText, kToolCleared}},
+            {{PREPARING, SET_TEST}, {PREPARING, kNoText, kStored}},
+            {{PREPARING, GET_TEST}, {PREPARING, kPlan}},
+            {{PREPARING, RUN_START}, {RUNNING, kNoText, kStarted}},
+            // A restored run: a boot completion or a client's runStart starts the executor.
+            {{RUNNING, BOOT_COMPLETED}, {RUNNING, kNoText, kStarted}},
+            {{RUNNING, RUN_START}, {RUNNING, kNoText, kStarted}},
+            {{RUNNING, GET_TEST}, {RUNNING, kPlan}},
+            {{RUNNING, TICK}, {RUNNING, kNoText, kCounted}},
+            {{RUNNING, RUN_ABORT}, {COMPLETING, kNoText, kEnded}},
+            {{RUNNING, RUN_FINISHED}, {COMPLETING, kNoText, kEnded}},
+            {{COMPLETING, GET_TEST}, {COMPLETING, kPlan}},
+            {{COMPLETING, GET_RESULT}, {PREPARING, kResultNames, kResult}},
+    };
+    auto it = acts.find({state, event});
+    return it != acts.end() ? it->second : Expected{state};
+}
+
+const std::string kNewPlan = planJson(PREPARING, false, false, {rounds("say new", 1)});
+
+std::string inputFor(int event) {
+    switch (event) {
+        case SET_TEST: return kNewPlan;
+        case SET_CONFIG: return R"({"config":[]})";
+        case INSTALL_TESTERS: return "/data/vendor/qav/tester.apk";
+        default: return "";
+    }
+}
+
+}  // namespace
+
+TEST(OstrelFSMStates, EveryEventInEveryStateHasItsAnswerAndEffect) {
+    const std::regex resultNames("/data/vendor/qav/results/QAV(\\d{8}_\\d{6})\\.zip, "
+                                 "/data/vendor/qav/results/QAV\\1\\.db_history");
+    for (PlannerFSMState state : {IDLE, PREPARING, RUNNING, COMPLETING}) {
+        for (int event = 0; event <= 13; event++) {
+            SCOPED_TRACE(testing::Message() << kStateNames[state] << ", event " << event);
+            useSilletStandIn();
+            unlink(kExecutorLogFile);
+            Testcase hour = hours("sleep 60", 1);
+            hour.targetTime = 3600;  // as a started run holds it
+            writePlan(planJson(state, state >= RUNNING, state == COMPLETING,
+                               {rounds("sleep 60", 1), hour}));
+            auto m = std::make_unique<OstrelFSM>(nullptr);
+            m->setRunTimings(std::chrono::seconds(60), std::chrono::milliseconds(20));
+            const std::string before = readFile(kPlanFile);
+            bool result = false;
+            std::string text =
+                    answer(*m, static_cast<PlannerEvent>(event), &result, inputFor(event));
+            Expected want = expected(state, event);
+
+            EXPECT_TRUE(result);
+            EXPECT_EQ(m->getState(), want.after);
+            EXPECT_EQ(OstrelFSMData().getState(), want.after) << "not persisted";
+            switch (want.answer) {
+                case kNoText: EXPECT_EQ(text, ""); break;
+                case kPlan: EXPECT_EQ(text, readFile(kPlanFile)); break;
+                case kList: EXPECT_EQ(text.rfind(R"({"id":"default","config":[{)", 0), 0u); break;
+                case kResultNames: EXPECT_TRUE(std::regex_match(text, resultNames)) << text; break;
+            }
+            EXPECT_EQ(m->executorPid() >= 1, want.effect == kStarted);
+            EXPECT_EQ(readFile(kSilletState),
+                      want.effect == kToolSet ? "set\n" : want.effect == kToolCleared ? "clear\n" : "");
+            EXPECT_EQ(fileExists("/data/vendor/qav/tester.apk"), false);
+            OstrelFSMData& plan = m->planStore();
+            switch (want.effect) {
+                case kNothing:
+                    if (want.after == state) EXPECT_EQ(readFile(kPlanFile), before);
+                    break;
+                case kStored: EXPECT_TRUE(contains(readFile(kPlanFile), "say new")); break;
+                case kStarted: EXPECT_TRUE(plan.getRunStart() && !plan.getRunFinished()); break;
+                case kCounted: EXPECT_EQ(plan.getTestcaseCurrentTime(1), 10); break;
+                case kEnded: EXPECT_TRUE(plan.getRunFinished()); break;
+                case kResult: EXPECT_FALSE(plan.getRunStart() || plan.getRunFinished()); break;
+                default: break;
+            }
+            if (m->getState() == RUNNING) m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
+        }
+    }
+}
+
+// The cases that answer false, and how IDLE leaves by the stored run flags.
+TEST(OstrelFSMStates, RefusalsAndTheWayOutOfIdle) {
+    OstrelFSM& m = newMachine();  // the built-in placeholder plan, IDLE
+    ASSERT_TRUE(m.sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
+    bool result = true;
+    EXPECT_EQ(answer(m, GET_TEST, &result), "");  // the placeholder is never handed out
+    EXPECT_FALSE(result);
+    useSilletStandIn();
+    setenv("SILLET_EXIT", "2", 1);
+    EXPECT_EQ(answer(m, GET_CONFIG, &result), "");
+    EXPECT_FALSE(result);
+    EXPECT_EQ(answer(m, SET_CONFIG, &result, "[]"), "");
+    EXPECT_FALSE(result);
+    EXPECT_FALSE(m.sendEvent(CLEAR_CONFIG, nullptr, nullptr, 0, 0));
+    EXPECT_EQ(m.getState(), PREPARING);
+
+    struct Case {
+        bool runStart, runFinished;
+        PlannerFSMState after;
+    } cases[] = {{false, false, PREPARING}, {false, true, PREPARING},
+                 {true, false, RUNNING}, {true, true, COMPLETING}};
+    for (const Case& c : cases) {
+        writePlan(planJson(IDLE, c.runStart, c.runFinished, {}));
+        OstrelFSM idle(nullptr);
+        EXPECT_TRUE(idle.sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
+        EXPECT_EQ(idle.getState(), c.after);
+        EXPECT_EQ(OstrelFSM(nullptr).getState(), c.after) << "not persisted";
+    }
+}
