@@ -120,20 +120,16 @@ TEST(OstrelFSMData, WrongTypesReadAsMissingKeys) {
     for (const char* plan : plans) {
         ASSERT_TRUE(store.putJSON(plan)) << plan;
         EXPECT_EQ(store.getState(), plan == plans[0] ? IDLE : PREPARING);
-        EXPECT_FALSE(store.getRunStart());
-        EXPECT_FALSE(store.getRunFinished());
-        int n = store.getTestcasesLength();
-        for (int i = -1; i <= n + 1; i++) {
+        EXPECT_FALSE(store.getRunStart() || store.getRunFinished());
+        for (int i = -1; i <= store.getTestcasesLength() + 1; i++) {
             EXPECT_EQ(store.getTestcaseCommand(i), nullptr);
-            EXPECT_EQ(store.getTestcaseValue(i), 0);
-            EXPECT_FALSE(store.getTestcaseIsSelect(i));
-            EXPECT_FALSE(store.getTestcaseIsRound(i));
-            EXPECT_FALSE(store.getTestcaseIsBootTest(i));
-            EXPECT_EQ(store.getTestcaseCurrentTime(i), 0);
-            EXPECT_EQ(store.getTestcaseTargetTime(i), 0);
-            EXPECT_EQ(store.getTestcaseCurrentRound(i), 0);
-            EXPECT_EQ(store.getTestcaseTargetRound(i), 0);
-            EXPECT_TRUE(store.setTestcaseCurrentRound(i, 1));
+            EXPECT_FALSE(store.getTestcaseIsSelect(i) || store.getTestcaseIsRound(i) ||
+                         store.getTestcaseIsBootTest(i));
+            std::vector<int> numbers = {
+                    store.getTestcaseValue(i),        store.getTestcaseCurrentTime(i),
+                    store.getTestcaseTargetTime(i),   store.getTestcaseCurrentRound(i),
+                    store.getTestcaseTargetRound(i)};
+            EXPECT_EQ(numbers, std::vector<int>(5, 0)) << plan << ", test case " << i;
         }
     }
     // A setter replaces a value of any type in place.
