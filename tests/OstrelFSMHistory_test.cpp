@@ -99,45 +99,29 @@ TEST(OstrelFSMHistory, SaveMovesTheCopyBesideTheArchive) {
     EXPECT_FALSE(contains(err.text(), "Log at OstrelFSM: ostrel: save"));
 }
 
-TEST(OstrelFSMHistory, MonitorCopiesEveryChangeOfBothFiles) {
+// The monitor of a run: a file present at the start is copied only when it
+// changes (a change without a new line copies the last line again), a file that
+// appears is watched within a retry, a file deleted during the run is forgotten.
+TEST(OstrelFSMHistory, MonitorFollowsChangesAppearancesAndDeletions) {
     writeFile(kShortHistoryPath, "old short\n");
-    writeFile(kLongHistoryPath, "old long\n");
     startRun();
-    // Files present from the start are copied only when they change.
     usleep(300 * 1000);  // three retries
     EXPECT_EQ(readFile(kHistoryCopy), "");
     appendFile(kShortHistoryPath, "short 1\n");
     EXPECT_TRUE(copyBecomes("short 1\n")) << readFile(kHistoryCopy);
-    appendFile(kLongHistoryPath, "long 1");
-    EXPECT_TRUE(copyBecomes("short 1\nlong 1\n")) << readFile(kHistoryCopy);
-    // A change that adds no line copies the same last line again.
     rewriteInPlace(kShortHistoryPath);
-    EXPECT_TRUE(copyBecomes("short 1\nlong 1\nshort 1\n")) << readFile(kHistoryCopy);
-}
+    EXPECT_TRUE(copyBecomes("short 1\nshort 1\n")) << readFile(kHistoryCopy);
+    writeFile(kLongHistoryPath, "first\nlong 1");
+    EXPECT_TRUE(copyBecomes("short 1\nshort 1\nlong 1\n", 4)) << readFile(kHistoryCopy);
+    appendFile(kLongHistoryPath, "\nlong 2\n");
+    const std::string copy = "short 1\nshort 1\nlong 1\nlong 2\n";
+    EXPECT_TRUE(copyBecomes(copy)) << readFile(kHistoryCopy);
 
-TEST(OstrelFSMHistory, MonitorCopiesAFileThatAppearsDuringTheRun) {
-    startRun();
-    usleep(300 * 1000);
-    // Within a retry the new file is watched and its last line is a crash.
-    writeFile(kLongHistoryPath, "first\nsecond\n");
-    EXPECT_TRUE(copyBecomes("second\n", 4)) << readFile(kHistoryCopy);
-    appendFile(kLongHistoryPath, "third\n");
-    EXPECT_TRUE(copyBecomes("second\nthird\n")) << readFile(kHistoryCopy);
-    usleep(300 * 1000);  // three retries
-    EXPECT_EQ(readFile(kHistoryCopy), "second\nthird\n");
-}
-
-TEST(OstrelFSMHistory, MonitorForgetsAFileDeletedDuringTheRun) {
-    writeFile(kShortHistoryPath, "old\n");
-    startRun();
-    usleep(300 * 1000);
-    appendFile(kShortHistoryPath, "before\n");
-    EXPECT_TRUE(copyBecomes("before\n")) << readFile(kHistoryCopy);
     ASSERT_EQ(unlink(kShortHistoryPath), 0);
     usleep(300 * 1000);
     writeFile(kShortHistoryPath, "anew\n");
-    usleep(300 * 1000);  // three retries
+    usleep(300 * 1000);
     appendFile(kShortHistoryPath, "after\n");
-    usleep(300 * 1000);  // three retries
-    EXPECT_EQ(readFile(kHistoryCopy), "before\n");
+    usleep(300 * 1000);
+    EXPECT_EQ(readFile(kHistoryCopy), copy);
 }

@@ -83,19 +83,3 @@ TEST(OstrelFSMRunner, CommandLineCarriesWhatIsLeftOfEachSelectedTestCase) {
     EXPECT_EQ(log.find("say g,"), std::string::npos);
     EXPECT_EQ(log.find("say h,"), std::string::npos);
 }
-
-TEST(OstrelFSMRunner, PlaceholderPlanStartsExecutorWithoutArguments) {
-    OstrelFSM& m = newMachine();  // the built-in plan: one test case, not selected
-    m.planStore().setRunStart(true);
-    StderrCapture err;
-    m.runTestcases();
-    ASSERT_TRUE(waitFor([] { return executorLog().find("kelbrun: done\n") != std::string::npos; },
-                        10));
-    err.restore();
-    EXPECT_NE(err.text().find(diagnostic("ostrel: run executor command: /vendor/bin/kelbrun\n")),
-              std::string::npos)
-            << err.text();
-    EXPECT_NE(executorLog().find("arguments: \nkelbrun: done\n"), std::string::npos)
-            << executorLog();
-}
-
