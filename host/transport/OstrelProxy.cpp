@@ -33,17 +33,6 @@ class BusOstrel final : public sdbus::ProxyInterfaces<IOstrel_proxy> {
         registerProxy();
     }
     ~BusOstrel() { unregisterProxy(); }
-
-    // getResult packs the whole run and may take minutes: no call time-out.
-    std::tuple<std::string, std::string> getResultNoTimeout() {
-        std::tuple<std::string, std::string> result;
-        getProxy()
-                .callMethod("getResult")
-                .onInterface(INTERFACE_NAME)
-                .withTimeout(UINT64_MAX)
-                .storeResultsTo(result);
-        return result;
-    }
 };
 
 class OstrelClient : public IOstrel {
@@ -87,7 +76,7 @@ class OstrelClient : public IOstrel {
         return withBool([&] { return bus->setTest(test); }, cb);
     }
     Return<void> getResult(getResult_cb cb) override {
-        return text([&] { return bus->getResultNoTimeout(); }, cb);
+        return text([&] { return bus->getResult(); }, cb);
     }
 
   private:
@@ -145,6 +134,10 @@ bool nameHasOwner(sdbus::IConnection& connection, const std::string& name) {
     if (!host::validInstanceName(serviceName)) return nullptr;
     try {
         auto connection = sdbus::createSystemBusConnection();
+        // Calls wait for their answer as binder calls do: getResult packs a whole
+        // run, and a 10 MB plan on a busy device can take longer than the bus's
+        // 25-second default. A service that dies still ends the call with an error.
+        connection->setMethodCallTimeout(UINT64_MAX);
         std::string name = host::busNameFor(serviceName);
         if (!host::nameHasOwner(*connection, name)) return nullptr;
         return new host::OstrelClient(std::move(connection), name,
