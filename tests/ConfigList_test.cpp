@@ -22,17 +22,9 @@ TEST(ConfigList, LinesFillTheFirstEntryThatTakesTheirNumber) {
     const unsigned known = configList["config"].Size();
     // The last line has no newline and loses its last character ("!").
     const char listing[] =
-            "sillet 2.3: QAV config list follows\n"
-            "5 Enable hw_watchdog\n"
-            "6 DISABLE hw_watchdog\n"
-            "7 hw_watchdog\n"
-            "31 vdd_gpu NV\n"
-            "32 Enable vdd_gpu LV\n"
-            "33 cpu-7\n"
-            "34 Enable cpu-1x\n"
-            "35 Enable \xff\xfe_nvram\n"
-            "40 \xc3\x28 vdd_npu customization\n"
-            "41 Enable gpu_dcvs!";
+            "sillet 2.3: QAV config list follows\n5 Enable hw_watchdog\n6 DISABLE hw_watchdog\n"
+            "7 hw_watchdog\n31 vdd_gpu NV\n32 Enable vdd_gpu LV\n33 cpu-7\n34 Enable cpu-1x\n"
+            "35 Enable \xff\xfe_nvram\n40 \xc3\x28 vdd_npu customization\n41 Enable gpu_dcvs!";
     ASSERT_EQ(parse(std::string(listing, sizeof(listing) - 1)), 0);
     EXPECT_EQ(listNumber("hw_watchdog", "enable-num"), 5);
     EXPECT_EQ(listNumber("hw_watchdog", "disable-num"), 6);
@@ -78,9 +70,9 @@ TEST(ConfigList, MalformedLineEndsTheParseKeepingEarlierLines) {
         SCOPED_TRACE(line);
         ReplyLog log;
         testing::internal::CaptureStderr();
-        EXPECT_EQ(parse(std::string("25 Enable hw_watchdog\n") + line + "26 Disable hw_watchdog\n",
-                        log.get()),
-                  -1);
+        std::string text =
+                std::string("25 Enable hw_watchdog\n") + line + "26 Disable hw_watchdog\n";
+        EXPECT_EQ(parse(text, log.get()), -1);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "Invalid format\n");
         EXPECT_EQ(log.added(), "Invalid format\n\n");
         EXPECT_EQ(listNumber("hw_watchdog", "enable-num"), 25);
