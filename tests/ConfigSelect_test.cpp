@@ -39,6 +39,7 @@ TEST(ConfigSelect, ClientsEditedListGivesTheToolsExactSetWords) {
     auto edit = [&](const char* name, bool select, int value = -1) {
         auto* entry = const_cast<rapidjson::Value*>(findEntry(list, name));
         ASSERT_NE(entry, nullptr) << name;
+        ASSERT_TRUE(value < 0 || entry->HasMember("value")) << name;
         (*entry)["select"] = select;
         if (value >= 0) (*entry)["value"] = value;
     };
