@@ -1,181 +1,96 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 #include <sanitizer/allocator_interface.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <tuple>
 
 #include "ConfigBridge.h"
 #include "TestSupport.h"
-#include "OstrelFSM.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
-using ostrel_test::Ostrel;
-using ostrel_test::listNumber;
-using ostrel_test::ReplyLog;
-using ostrel_test::writeFile;
+using namespace ostrel_test;
 
-namespace {
-
-// What the stand-in prints for "list".
-std::string standInListing(const std::string& bin) {
-    std::string text;
-    FILE* p = popen((bin + " list").c_str(), "r");
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), p)) > 0) text.append(buf, n);
-    pclose(p);
-    return text;
-}
-
-std::string listText(Ostrel* owner) {
-    int size = serializeConfigList(owner, nullptr);
-    if (size <= 0) return "";
-    std::string text(size, '\0');
-    char* dest = text.data();
-    serializeConfigList(owner, &dest);
-    text.resize(size - 1);
-    return text;
-}
-
-// Runs a query of the stand-in printing exactly |output|.
-int queryPrinting(const std::string& output, Ostrel* owner = nullptr) {
-    writeFile("/tmp/sillet-output", output);
-    setenv("SILLET_OUTPUT_FILE", "/tmp/sillet-output", 1);
-    return querySilletList(owner);
-}
-
-}  // namespace
-
-TEST(ConfigQuery, ListingIsMergedIntoTheCatalogueAndLogged) {
-    std::string listing = standInListing(ostrel_test::useSilletStandIn());
-    ReplyLog log;
-    ASSERT_EQ(querySilletList(log.get()), 0);
-    EXPECT_EQ(log.added(),
-              "Preparing the QaV list\n\n"
-              "collect sillet out_buf size=" +
-                      std::to_string(listing.size()) + "\n\n" + listing +
-                      "\ncollect sillet err_buf size=0\n\n"
-                      "Have the QaV list ready\n\n");
-    std::string text = listText(log.get());
-    EXPECT_EQ(log.added(), "Query the QaV list\n\n");
-    EXPECT_EQ(listNumber("thermal_mitigation", "enable-num"), 0);
-    EXPECT_EQ(listNumber("thermal_mitigation", "disable-num"), 1);
-    EXPECT_EQ(listNumber("random_hotplug", "disable-num"), -1);
-    EXPECT_EQ(listNumber("ddr_ecc_injection", "enable-num"), -1);
-    EXPECT_EQ(listNumber("power_gating", "disable-num"), 22);
-    EXPECT_EQ(listNumber("vdd_dram LV", "num"), 41);
-    EXPECT_EQ(listNumber("vdd_ddr customization", "num"), 42);
-    EXPECT_EQ(listNumber("vdd_core customization", "num"), -1);
-    EXPECT_EQ(listNumber("cpu-7", "num"), 53);
-    EXPECT_EQ(listNumber("adaptive_voltage_scaling", "enable-num"), -1);
-    // Compact text; features the catalogue does not know come last.
-    EXPECT_EQ(text.find_first_of(" \n\t", text.find("\"config\"")), text.find(" HV"));
-    const std::string tail =
-            R"({"name":"Enable pcie_aspm","select":false,"num":58},)"
-            R"({"name":"Disable pcie_aspm","select":false,"num":59},)"
-            R"({"name":"Enable usb_lpm","select":false,"num":60},)"
-            R"({"name":"Disable usb_lpm","select":false,"num":61},)"
-            R"({"name":"vdd_npu customization","select":false,"num":62,"value":0}]})";
-    ASSERT_GT(text.size(), tail.size());
-    EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
-    EXPECT_EQ(text.compare(0, 34, R"({"id":"default","config":[{"name":)"), 0);
-}
-
-TEST(ConfigQuery, ToolIsFoundAlongPathWithoutSilletBin) {
-    std::string bin = ostrel_test::useSilletStandIn();
-    unsetenv("SILLET_BIN");
-    std::string path = bin.substr(0, bin.rfind('/')) + ":" + getenv("PATH");
-    setenv("PATH", path.c_str(), 1);
-    EXPECT_EQ(querySilletList(nullptr), 0);
-    EXPECT_EQ(listNumber("cpu-0", "num"), 46);
-}
-
-TEST(ConfigQuery, MissingFailingKilledAndGarbledToolsAreReported) {
-    struct Case {
-        const char* variable;
-        const char* value;
-        std::string messages;
-    } cases[] = {
-            {"SILLET_BIN", "/vendor/bin/no-such-sillet",
-             "collect sillet err_buf size=24\n\nCannot execvp (errno:2)\n\n"
-             "sillet returns error (errno:1, Cannot execvp (errno:2)\n)\n\n"},
-            {"SILLET_EXIT", "3",
-             "collect sillet err_buf size=44\n\nsillet: failing with exit code 3 on request\n\n"
-             "sillet returns error (errno:3, sillet: failing with exit code 3 on request\n)\n\n"},
-            {"SILLET_SIGNAL", "KILL",
-             "collect sillet err_buf size=0\n\nsillet abnormally existed\n\n"},
-            {"SILLET_OUTPUT", "25 Enable hw_watchdog\nEnable hw_watchdog\n",
-             "collect sillet err_buf size=0\n\nInvalid format\n\nCannot parse outputs of "
-             "sillet\n\n"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.variable);
-        ostrel_test::useSilletStandIn();
-        setenv("SILLET_OUTPUT", "", 1);
-        setenv(c.variable, c.value, 1);
+// Rows: the stand-in's own listing, the tool named by SILLET_BIN (-2) or found along
+// PATH (-1); then chosen output of no bytes, exactly one capture buffer and a megabyte,
+// each line numbering the switch anew so that the last line shows in the list.
+TEST(ConfigQuery, OutputIsCollectedWholeAndLogged) {
+    const std::string path = getenv("PATH");
+    for (int size : {-2, -1, 0, 256, 1 << 20}) {
+        SCOPED_TRACE(size);
+        std::string bin = useSilletStandIn(), chosen;
+        int last = -1;
+        while (static_cast<int>(chosen.size()) + 40 <= size) {
+            chosen += std::to_string(++last) + " Enable hw_watchdog\n";
+        }
+        if (size > 0) chosen += std::string(size - chosen.size() - 16, '=') + "QAV config list\n";
+        writeFile("/tmp/sillet-output", chosen);
+        if (size >= 0) setenv("SILLET_OUTPUT_FILE", "/tmp/sillet-output", 1);
+        std::string output = runTool({bin, "list"});
+        if (size == -1) {
+            unsetenv("SILLET_BIN");
+            setenv("PATH", (bin.substr(0, bin.rfind('/')) + ":" + path).c_str(), 1);
+        }
         ReplyLog log;
-        EXPECT_EQ(querySilletList(log.get()), -1);
+        EXPECT_EQ(querySilletList(log.get()), 0);
+        setenv("PATH", path.c_str(), 1);
         std::string added = log.added();
-        EXPECT_EQ(added.substr(added.find("collect sillet err_buf")), c.messages);
+        std::string expected = "Preparing the QaV list\n\ncollect sillet out_buf size=" +
+                               std::to_string(output.size()) + "\n\n" +
+                               (output.empty() ? "" : output + "\n") +
+                               "collect sillet err_buf size=0\n\nHave the QaV list ready\n\n";
+        EXPECT_TRUE(added == expected) << added.size() << " bytes: " << added.substr(0, 300);
+        if (size >= 0) EXPECT_EQ(listNumber("hw_watchdog", "enable-num"), last);
     }
 }
 
-TEST(ConfigQuery, ToolSilentForFiveSecondsTimesOut) {
-    ostrel_test::useSilletStandIn();
-    setenv("SILLET_HANG", "8", 1);
-    ReplyLog log;
-    auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(querySilletList(log.get()), -1);
-    std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(seconds.count(), 4.9);
-    EXPECT_LT(seconds.count(), 7.5);
-    EXPECT_EQ(log.added(), "Preparing the QaV list\n\nCannot poll (errno:0)\n\n");
-}
-
-TEST(ConfigQuery, OutputOfEverySizeIsCollectedWhole) {
-    ostrel_test::useSilletStandIn();
-    // Nothing: the catalogue as it stands.
-    ReplyLog log;
-    ASSERT_EQ(queryPrinting("", log.get()), 0);
-    EXPECT_NE(log.added().find("collect sillet out_buf size=0\n"), std::string::npos);
-    std::string empty = listText(nullptr);
-    EXPECT_EQ(empty.find("\"enable-num\":0"), std::string::npos);
-    EXPECT_EQ(configList["config"].Size(), 14u);
-
-    // Exactly one buffer's worth, and a megabyte.
-    for (size_t size : {256u, 1u << 20}) {
-        std::string output;
-        while (output.size() + 22 + 16 <= size) output += "25 Enable hw_watchdog\n";
-        output += std::string(size - output.size() - 16, '=') + "QAV config list\n";
-        ASSERT_EQ(output.size(), size);
-        ASSERT_EQ(queryPrinting(output, log.get()), 0);
-        std::string added = log.added();
-        std::string start =
-                "Preparing the QaV list\n\ncollect sillet out_buf size=" + std::to_string(size) +
-                "\n\n25 Enable";
-        EXPECT_TRUE(added.compare(0, start.size(), start) == 0) << added.substr(0, 100);
-        EXPECT_EQ(listNumber("hw_watchdog", "enable-num"), 25);
+// One row per run and failure: "list" and "set" report in the reply log, "clear" on
+// standard error alone. A message that the runs share is checked in one row.
+TEST(ConfigQuery, ToolFailuresOfListSetAndClearAreReported) {
+    const char* missing = "/vendor/bin/no-such-sillet";
+    const std::string timedOut = "Cannot poll (errno:0)\n\n";
+    const std::tuple<const char*, const char*, const char*, std::string> cases[] = {
+            {"list", "SILLET_EXIT", "3",
+             "sillet returns error (errno:3, sillet: failing with exit code 3 on request\n)\n\n"},
+            {"list", "SILLET_SIGNAL", "KILL", "sillet abnormally existed\n\n"},
+            {"list", "SILLET_OUTPUT", "25 Enable hw_watchdog\nEnable hw_watchdog\n",
+             "Invalid format\n\nCannot parse outputs of sillet\n\n"},
+            // Silent with both streams open, or with only its error stream left open.
+            {"list", "SILLET_HANG", "8", "Preparing the QaV list\n\n" + timedOut},
+            {"set", "SILLET_QUIET_HANG", "8", timedOut},
+            {"set", "SILLET_BIN", missing, "Cannot execvp (errno:2)\n\nsillet returns error(1)\n\n"},
+            {"set", "SILLET_EXIT", "4", "sillet returns error(4)\n\n"},
+            {"clear", "SILLET_BIN", missing, ""},
+            {"clear", "SILLET_EXIT", "5", "sillet returns error(5)\n"},
+            {"clear", "SILLET_SIGNAL", "KILL", ""},
+    };
+    for (auto& [runName, variable, value, tail] : cases) {
+        SCOPED_TRACE(std::string(runName) + " " + variable);
+        useSilletStandIn();
+        setenv(variable, value, 1);
+        ReplyLog log;
+        StderrCapture diagnostics;
+        std::string run = runName;
+        auto start = std::chrono::steady_clock::now();
+        int result = run == "list"  ? querySilletList(log.get())
+                     : run == "set" ? selectSilletConfig(log.get(), R"({"config":[]})")
+                                    : clearSilletConfig(log.get());
+        std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+        diagnostics.restore();
+        EXPECT_EQ(result, -1);
+        std::string said = run == "clear" ? diagnostics.text() : log.added();
+        ASSERT_GE(said.size(), tail.size()) << said;
+        EXPECT_EQ(said.substr(said.size() - tail.size()), tail);
+        // The time-out is five seconds; the tool itself would sleep for eight.
+        EXPECT_NEAR(seconds.count(), contains(tail, timedOut) ? 6 : 1, 1.1);
     }
-
-    // Bytes that are not UTF-8 reach the client's text as they came.
-    ASSERT_EQ(queryPrinting("7 Enable \xff\xfe_nvram\n", nullptr), 0);
-    EXPECT_NE(listText(nullptr).find("\"name\":\"Enable \xff\xfe_nvram\""), std::string::npos);
 }
 
 namespace {
 
-#if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define OSTREL_SANITIZED_ALLOCATOR 1
-#endif
-#endif
-
-#ifdef OSTREL_SANITIZED_ALLOCATOR
 // A sanitizer's resident size holds its shadow and quarantine; its live heap is
 // what a kept pool would grow, and 900 more queries (~9 MiB kept) show it.
 long residentKiB() {
@@ -184,7 +99,7 @@ long residentKiB() {
 constexpr int kMoreQueries = 900;
 #else
 long residentKiB() {
-    std::string status = ostrel_test::readFile("/proc/self/status");
+    std::string status = readFile("/proc/self/status");
     size_t at = status.find("VmRSS:");
     return at == std::string::npos ? -1 : std::stol(status.substr(at + 6));
 }
@@ -193,46 +108,29 @@ long residentKiB() {
 constexpr int kMoreQueries = 1900;
 #endif
 
-// Runs |count| getConfig calls of the service with both standard streams muted.
-void queryList(Ostrel* service, int count, size_t* answerSize) {
-    fflush(stdout);
-    fflush(stderr);
-    int savedOut = dup(STDOUT_FILENO);
-    int savedErr = dup(STDERR_FILENO);
-    int null = open("/dev/null", O_WRONLY);
-    dup2(null, STDOUT_FILENO);
-    dup2(null, STDERR_FILENO);
-    for (int i = 0; i < count; i++) {
-        service->getConfig(
-                [answerSize](const auto& config, const auto&) { *answerSize = config.size(); });
-    }
-    fflush(stdout);
-    fflush(stderr);
-    dup2(savedOut, STDOUT_FILENO);
-    dup2(savedErr, STDERR_FILENO);
-    close(savedOut);
-    close(savedErr);
-    close(null);
-}
-
 }  // namespace
 
 TEST(ConfigQuery, ListMemoryDoesNotGrowFromQueryToQuery) {
-    ostrel_test::useSilletStandIn();
+    useSilletStandIn();
     ReplyLog log;
     Ostrel* service = log.get();
     ASSERT_TRUE(service->machine().sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
     ASSERT_EQ(service->machine().getState(), PREPARING);
     size_t answerSize = 0;
-    queryList(service, 100, &answerSize);
+    // Runs |count| getConfig calls with both standard streams sent away.
+    auto queryList = [&](int count) {
+        StderrCapture out(STDOUT_FILENO), err(STDERR_FILENO);
+        for (int i = 0; i < count; i++) {
+            service->getConfig([&](const auto& config, const auto&) { answerSize = config.size(); });
+        }
+    };
+    queryList(100);
     ASSERT_GT(answerSize, 3000u);
     long after100 = residentKiB();
-    queryList(service, kMoreQueries, &answerSize);
+    queryList(kMoreQueries);
     long afterMore = residentKiB();
-    printf("resident size after 100 list queries: %ld KiB, after %d: %ld KiB\n", after100,
-           100 + kMoreQueries, afterMore);
-    RecordProperty("rss_kib_after_100", std::to_string(after100));
-    RecordProperty("rss_kib_after_more", std::to_string(afterMore));
     // Each query's list takes some 10 KiB of pool: kept, they would add megabytes.
-    EXPECT_LE(afterMore - after100, 512);
+    EXPECT_LE(afterMore - after100, 512)
+            << "resident size after 100 list queries: " << after100 << " KiB, after "
+            << 100 + kMoreQueries << ": " << afterMore << " KiB";
 }

@@ -1,200 +1,146 @@
 #include <gtest/gtest.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 
-#include <chrono>
 #include <string>
 
 #include "ConfigBridge.h"
 #include "TestSupport.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
-using ostrel_test::fileExists;
-using ostrel_test::kSilletState;
-using ostrel_test::readFile;
-using ostrel_test::ReplyLog;
+using namespace ostrel_test;
 
-namespace {
-
-constexpr const char* kRefused = "Cannot parse the given JSON: exit_select_qav\n\n";
-
-// The words the stand-in received for one "set" run.
-std::string selectGiving(const std::string& json) {
-    ostrel_test::useSilletStandIn();
-    if (selectSilletConfig(nullptr, json.c_str()) != 0) return "(failed)";
-    return readFile(kSilletState);
-}
-
-}  // namespace
-
-TEST(ConfigSelect, ExampleListGivesItsVectorAndEchoesIt) {
-    std::string bin = ostrel_test::useSilletStandIn();
+TEST(ConfigSelect, ClientsEditedListGivesTheToolsExactSetWords) {
+    std::string bin = useSilletStandIn();
     ReplyLog log;
-    const char* json = R"({"id":"default","config":[
-        {"name":"thermal_mitigation","select":true,"enable-num":4,"disable-num":5},
-        {"name":"random_hotplug","select":false,"enable-num":8,"disable-num":9},
-        {"name":"ddr_features","multi":true,"content":[
-            {"name":"ddr_ecc_injection","select":true,"enable-num":-1,"disable-num":-1}]},
-        {"name":"vdd_gpu","multi":false,"content":[
-            {"name":"vdd_gpu customization","select":true,"value":850,"num":20}]}]})";
-    ASSERT_EQ(selectSilletConfig(log.get(), json), 0);
-    EXPECT_EQ(readFile(kSilletState), "set 4 9 20 a850\n");
-    std::string out = "argv = " + bin + " set 4 9 20 a850 \nsillet: 4 word(s) applied\n";
-    EXPECT_EQ(log.added(), "collect sillet out_buf size=" + std::to_string(out.size()) + "\n\n" +
-                                   out + "\ncollect sillet err_buf size=0\n\n");
+    Ostrel* service = log.get();
+    ASSERT_TRUE(service->machine().sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
+    std::string handedOut, reply;
+    service->getConfig([&](const auto& config, const auto&) { handedOut = config; });
+    rapidjson::Document list;
+    ASSERT_FALSE(list.Parse(handedOut.c_str()).HasParseError()) << handedOut;
+    auto& config = list["config"];
+
+    // Past the catalogue's entries come the features it does not know, each a line of
+    // the listing under its own number, in listing order.
+    rapidjson::Document catalogue;
+    catalogue.Parse(readFile(sourcePath("core/config/ConfigCatalogue.json")).c_str());
+    ASSERT_GT(config.Size(), catalogue["config"].Size());
+    std::string listing = "\n" + runTool({bin, "list"});
+    for (unsigned i = catalogue["config"].Size(), at = 0; i < config.Size(); i++) {
+        std::string line = "\n" + std::to_string(config[i]["num"].GetInt()) + " " +
+                           config[i]["name"].GetString() + "\n";
+        at = listing.find(line, at);
+        ASSERT_NE(at, std::string::npos) << line;
+    }
+
+    // Switches on and off, one of them in a group, another level of a rail, a custom
+    // level with its value, and the last of the unknown features.
+    auto edit = [&](const char* name, bool select, int value = -1) {
+        auto* entry = const_cast<rapidjson::Value*>(findEntry(list, name));
+        ASSERT_NE(entry, nullptr) << name;
+        ASSERT_TRUE(value < 0 || entry->HasMember("value")) << name;
+        (*entry)["select"] = select;
+        if (value >= 0) (*entry)["value"] = value;
+    };
+    edit("thermal_mitigation", false);
+    edit("random_hotplug", true);
+    edit("gpu_dcvs", false);
+    edit("vdd_gpu NV", false);
+    edit("vdd_gpu LV", true);
+    edit("vdd_cpu_big customization", true, 850);
+    edit(config[config.Size() - 1]["name"].GetString(), true, 900);
+
+    // A switch passes its enable or disable number by its selection, a group member
+    // its level number; a missing number is -1 and a negative one leaves the item
+    // out; a value of 0 or more follows as "a<value>".
+    std::string words = "set";
+    auto addWords = [&](rapidjson::Value& item, bool member) {
+        std::string key = item["select"].GetBool() ? "enable-num" : "disable-num";
+        if (member && item.HasMember("num")) key = "num";
+        int number = item.HasMember(key.c_str()) ? item[key.c_str()].GetInt() : -1;
+        if (item.HasMember(key.c_str()) && number < 0) return;
+        int value = item.HasMember("value") ? item["value"].GetInt() : -1;
+        words += " " + std::to_string(number) + (value >= 0 ? " a" + std::to_string(value) : "");
+    };
+    for (auto& entry : config.GetArray()) {
+        if (entry.HasMember("multi")) {
+            for (auto& member : entry["content"].GetArray()) addWords(member, true);
+        } else {
+            addWords(entry, false);
+        }
+    }
+    rapidjson::StringBuffer edited;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(edited);
+    list.Accept(writer);
+    bool ok = false;
+    service->setConfig(edited.GetString(), [&](bool result, const auto& replyLog) {
+        ok = result;
+        reply = replyLog;
+    });
+    EXPECT_TRUE(ok) << reply;
+    EXPECT_EQ(readFile(kSilletState), words + "\n");
+    EXPECT_TRUE(contains(reply, "argv = " + bin + " " + words + " \n")) << reply;
+    service->clearConfig([&](bool result, const auto&) { ok = result; });
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(readFile(kSilletState), words + "\nclear\n");
 }
 
 TEST(ConfigSelect, NumberRulesOfTheWalk) {
-    auto item = [](const char* select, const char* extra) {
-        return std::string(R"({"name":"f","select":)") + select + extra + "}";
+    const std::pair<std::string, std::string> cases[] = {
+            {"", "set"},
+            // A member's "num" replaces its switch number, unless the switch is not offered.
+            {R"({"multi":false,"content":[{"select":true,"enable-num":4,"num":11},)"
+             R"({"select":true,"enable-num":-1,"num":12}]})",
+             "set 11"},
+            // Groups without members are skipped; only the boolean true selects; a
+            // negative value adds no value word.
+            {R"({"multi":true},{"multi":1,"content":[]},)"
+             R"({"select":1,"enable-num":1,"disable-num":2,"value":-1})",
+             "set 2"},
+            // Wrong types read as missing.
+            {R"({"name":7,"select":"yes","enable-num":"4","disable-num":[1],"value":{}},)"
+             R"({"name":"g","multi":true,"content":{"name":"x"}},)"
+             R"({"multi":null,"content":[{"select":true,"num":2.5,"value":"850"}]})",
+             "set -1 -1"},
+            // Huge client text still runs the tool.
+            {R"({"name":")" + std::string(10 << 20, 'x') + R"(","select":true,"enable-num":4})",
+             "set 4"},
     };
-    auto list = [](const std::string& entries) { return R"({"config":[)" + entries + "]}"; };
-    auto group = [](const std::string& members) {
-        return R"({"name":"g","multi":false,"content":[)" + members + "]}";
-    };
-    EXPECT_EQ(selectGiving(list("")), "set\n");
-    EXPECT_EQ(selectGiving(list(item("true", R"(,"enable-num":-1,"disable-num":-1)") + "," +
-                                group(item("true", R"(,"num":-1)")))),
-              "set\n");
-    // Levels are passed whatever their selection; a switch member by its selection.
-    EXPECT_EQ(selectGiving(list(group(item("false", R"(,"num":3)") + "," +
-                                      item("true", R"(,"value":0,"num":7)") + "," +
-                                      item("false", R"(,"enable-num":1,"disable-num":2)")))),
-              "set 3 7 a0 2\n");
-    // A missing number is passed on as "-1"; a negative value adds no value word.
-    EXPECT_EQ(selectGiving(list(item("true", R"(,"disable-num":6,"value":-1)") + "," +
-                                item("true", R"(,"enable-num":5,"value":0)"))),
-              "set -1 5 a0\n");
-    // A member's "num" replaces its switch number, unless the switch is not offered.
-    EXPECT_EQ(selectGiving(list(group(item("true", R"(,"enable-num":4,"num":11)") + "," +
-                                      item("true", R"(,"enable-num":-1,"num":12)")))),
-              "set 11\n");
-    // Groups without members are skipped; only the boolean true selects.
-    EXPECT_EQ(selectGiving(list(R"({"name":"g","multi":true},{"multi":1,"content":[]},)" +
-                                item("1", R"(,"enable-num":1,"disable-num":2)"))),
-              "set 2\n");
-    // Wrong types read as missing.
-    EXPECT_EQ(selectGiving(list(
-                      R"({"name":7,"select":"yes","enable-num":"4","disable-num":[1],"value":{}},)"
-                      R"({"name":"g","multi":true,"content":{"name":"x"}},)"
-                      R"({"multi":null,"content":[{"select":true,"num":2.5,"value":"850"}]})")),
-              "set -1 -1\n");
-    // Enough entries to grow the vector several times, in list order.
-    std::string many;
-    std::string expected = "set";
-    for (int i = 0; i < 30; i++) {
-        many += (i ? "," : "") + item("true", (R"(,"enable-num":)" + std::to_string(i) +
-                                               R"(,"value":)" + std::to_string(100 + i))
-                                                      .c_str());
-        expected += " " + std::to_string(i) + " a" + std::to_string(100 + i);
+    for (auto& [entries, words] : cases) {
+        useSilletStandIn();
+        EXPECT_EQ(selectSilletConfig(nullptr, (R"({"config":[)" + entries + "]}").c_str()), 0);
+        EXPECT_EQ(readFile(kSilletState), words + "\n") << entries.substr(0, 200);
     }
-    EXPECT_EQ(selectGiving(list(many)), expected + "\n");
 }
 
 TEST(ConfigSelect, UnreadableListsAreRefusedWithoutRunningTheTool) {
-    std::string deep(1000000, '[');
-    std::string bigNumbers = R"({"config":[)";
-    while (bigNumbers.size() < 10 * 1024 * 1024) bigNumbers += "123456789,";
-    bigNumbers += "0]}";
-    struct Case {
-        std::string json;
-        std::string log;
-    } cases[] = {
-            {"{}", "Cannot parse the given JSON: no configs array\n\n"},
-            {R"({"config":{"name":"x"}})", "Cannot parse the given JSON: no configs array\n\n"},
-            {"[]", "Cannot parse the given JSON: is not object\n\n"},
-            {R"({"config":[)", "Cannot parse the given JSON: is not object\n\n"},
-            {deep, "Cannot parse the given JSON: is not object\n\n"},
+    const std::string refused = "\n\nCannot parse the given JSON: exit_select_qav\n\n";
+    const std::string notObject = "Cannot parse the given JSON: is not object\n\n";
+    const std::string noArray = "Cannot parse the given JSON: no configs array\n\n";
+    const std::pair<std::string, std::string> cases[] = {
+            {"{}", noArray},
+            {R"({"config":{"name":"x"}})", noArray},
+            {"[]", notObject},
+            {R"({"config":[)", notObject},
+            {std::string(1000000, '['), notObject},
             {R"({"config":[{"name":"hw_watchdog","enable-num":1}]})",
-             std::string("exit: name:hw_watchdog\n\n") + kRefused},
-            {R"({"config":[{"name":"a","select":true},{}]})",
-             std::string("exit: name:(null)\n\n") + kRefused},
-            {bigNumbers, std::string("exit: name:(null)\n\n") + kRefused},
+             "exit: name:hw_watchdog" + refused},
+            {R"({"config":[{"name":"a","select":true},{}]})", "exit: name:(null)" + refused},
+            {R"({"config":[{"name":"a","select":true},7]})", "exit: name:(null)" + refused},
             {R"({"config":[{"name":"g","multi":true,"content":[{"name":"m","num":3}]}]})",
-             std::string("exit: name:m\n\n") + kRefused},
+             "exit: name:m" + refused},
             {R"({"config":[{"name":"g","multi":true,"content":[[{"select":true}]]}]})",
-             std::string("exit: name:(null)\n\n") + kRefused},
+             "exit: name:(null)" + refused},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.json.substr(0, 60));
-        ostrel_test::useSilletStandIn();
+    for (auto& [json, expected] : cases) {
+        SCOPED_TRACE(json.substr(0, 60));
+        useSilletStandIn();
         ReplyLog log;
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(selectSilletConfig(log.get(), c.json.c_str()), -1);
-        std::string diagnostics = testing::internal::GetCapturedStderr();
-        EXPECT_EQ(log.added(), c.log);
+        StderrCapture diagnostics;
+        EXPECT_EQ(selectSilletConfig(log.get(), json.c_str()), -1);
+        EXPECT_EQ(log.added(), expected);
         EXPECT_FALSE(fileExists(kSilletState));
     }
     EXPECT_EQ(selectSilletConfig(nullptr, nullptr), -1);
-}
-
-TEST(ConfigSelect, HugeClientTextStillRunsTheTool) {
-    std::string json = R"({"id":")" + std::string(10 * 1024 * 1024, 'x') +
-                       R"(","config":[{"name":"f","select":true,"enable-num":4,"disable-num":5}]})";
-    EXPECT_EQ(selectGiving(json), "set 4\n");
-}
-
-TEST(ConfigSelect, FailingToolsAreReported) {
-    struct Case {
-        const char* variable;
-        const char* value;
-        std::string tail;
-    } cases[] = {
-            {"SILLET_BIN", "/vendor/bin/no-such-sillet",
-             "collect sillet err_buf size=24\n\nCannot execvp (errno:2)\n\n"
-             "sillet returns error(1)\n\n"},
-            {"SILLET_EXIT", "4",
-             "collect sillet err_buf size=44\n\nsillet: failing with exit code 4 on request\n\n"
-             "sillet returns error(4)\n\n"},
-            {"SILLET_SIGNAL", "SEGV",
-             "collect sillet err_buf size=0\n\nsillet abnormally existed\n\n"},
-            // The echo makes the output readable at once; a tool that then holds
-            // only its error stream open is waited for five seconds.
-            {"SILLET_QUIET_HANG", "8", "Cannot poll (errno:0)\n\n"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.variable);
-        ostrel_test::useSilletStandIn();
-        setenv(c.variable, c.value, 1);
-        ReplyLog log;
-        auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(selectSilletConfig(log.get(), R"({"config":[]})"), -1);
-        std::string added = log.added();
-        ASSERT_GE(added.size(), c.tail.size());
-        EXPECT_EQ(added.substr(added.size() - c.tail.size()), c.tail);
-        if (std::string(c.variable) == "SILLET_QUIET_HANG") {
-            EXPECT_EQ(added, c.tail);
-            EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4900));
-        }
-    }
-}
-
-TEST(ConfigSelect, ClearRunsTheToolOnTheServiceStreams) {
-    ostrel_test::useSilletStandIn();
-    ReplyLog log;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(clearSilletConfig(log.get()), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "sillet: all settings cleared\n");
-    EXPECT_EQ(readFile(kSilletState), "clear\n");
-
-    struct Case {
-        const char* variable;
-        const char* value;
-        std::string stderrTail;
-    } cases[] = {
-            {"SILLET_EXIT", "5", "sillet returns error(5)\n"},
-            {"SILLET_SIGNAL", "KILL", "sillet abnormally existed\n"},
-            {"SILLET_BIN", "/vendor/bin/no-such-sillet",
-             "Cannot execvp (errno:2)\nsillet returns error(1)\n"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.variable);
-        ostrel_test::useSilletStandIn();
-        setenv(c.variable, c.value, 1);
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(clearSilletConfig(log.get()), -1);
-        std::string diagnostics = testing::internal::GetCapturedStderr();
-        ASSERT_GE(diagnostics.size(), c.stderrTail.size());
-        EXPECT_EQ(diagnostics.substr(diagnostics.size() - c.stderrTail.size()), c.stderrTail);
-    }
-    // This path leaves the reply log alone.
-    EXPECT_EQ(log.added(), "");
 }
