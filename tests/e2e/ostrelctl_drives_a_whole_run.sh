@@ -9,11 +9,10 @@ check "--help explains a run's life" "yes" "$(yes_if grep '^The life of a run:' 
 check "an unknown command: exit 2" "2" "$(status_of ctl frobnicate)"
 
 start_service
-check "boot-completed" "bootCompleted: ok" "$(ctl boot-completed)"
-check "--json state" '{"method":"getState","state":"PREPARING","value":1}' "$(ctl --json state)"
-ctl get-config > /tmp/config.json
-check "get-config prints the configuration list as JSON" "default" "$(jq -r .id /tmp/config.json)"
-check "set-config from standard input" "setConfig: ok" "$(ctl set-config < /tmp/config.json)"
+check "boot-completed, then --json state" 'bootCompleted: ok {"method":"getState","state":"PREPARING","value":1}' \
+    "$(ctl boot-completed) $(ctl --json state)"
+check "get-config prints the configuration list as JSON, set-config takes it from standard input" \
+    "default setConfig: ok" "$(ctl get-config | tee /tmp/config.json | jq -r .id) $(ctl set-config < /tmp/config.json)"
 check "set-test from a file that cannot be read: exit 2 and the reason" \
     "2 ostrelctl: cannot read /nonexistent.json: No such file or directory" \
     "$(status_of ctl set-test /nonexistent.json) $(ctl set-test /nonexistent.json 2>&1)"
@@ -41,8 +40,7 @@ check "watch starts in RUNNING with one bar per selected test case, and ends in 
 ctl get-result > /tmp/result.out
 archive=$(sed -n 's/^archive: //p' /tmp/result.out)
 history=$(sed -n 's/^history: //p' /tmp/result.out)
-check "get-result prints the archive and the history copy" "yes" \
-    "$(yes_if grep -Eq "$RESULT_RE" <<<"$archive, $history")"
+check "get-result prints the archive and the history copy" yes "$(yes_if grep -Eq "$RESULT_RE" <<<"$archive, $history")"
 check "the executor's log in the archive shows both test cases ran" "yes" \
     "$(yes_if grep -q "say hello, round 2 of 2" <<<"$(unzip -p "$archive" '*kelbrun_log.txt')")"
 check "the crash line was collected into the history copy" "e2e-crash 1" "$(cat "$history")"

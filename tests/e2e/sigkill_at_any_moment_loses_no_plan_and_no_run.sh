@@ -16,7 +16,7 @@ restart_and_check() {
     file=$(cat "$PLAN")
     start_service
     expect "the plan loads as last written" "$file" "$(field "$(call getTest)" 1)"
-    expect "the state loads as last written" "$(jq .current_state <<<"$file")" "$(call getState)"
+    expect "the plan file is whole, its state loads as written" "$(jq .current_state <<<"$file")" "$(call getState)"
     expect "bootCompleted" true "$(call bootCompleted)"
     case $(jq -r '"\(.run_start) \(.run_finished)"' <<<"$file") in
     "true false")

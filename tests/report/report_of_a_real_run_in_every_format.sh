@@ -13,10 +13,7 @@ plan "$(testcase greeting "say hi" 2)" \
      "$(testcase "not selected" "say never" 1 round false)" > /tmp/plan.json
 ctl set-test /tmp/plan.json >/dev/null
 ctl run-start >/dev/null
-for _ in $(seq 100); do
-    [ "$(wc -l < /data/vendor/qav/data/db_history 2>/dev/null || echo 0)" -ge 2 ] && break
-    sleep 0.2
-done
+for _ in $(seq 100); do [ "$(cat /data/vendor/qav/data/db_history 2>/dev/null | wc -l)" -lt 2 ] || break; sleep 0.2; done
 # A reboot: one boot of the boot test is counted, then the run is aborted.
 stop_service
 start_service
