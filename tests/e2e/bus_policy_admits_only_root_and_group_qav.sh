@@ -1,15 +1,13 @@
 # The bus policy: root owns the name; root and members of group qav may call
 # the service; anyone else is refused by the bus before the service sees it.
 source "$(dirname "$0")/lib.sh"
-as_nobody() { setpriv --reuid 65534 --regid 65534 --clear-groups "$@"; }
 as_qav() { setpriv --reuid 65534 --regid 65534 --groups 4242 "$@"; }
 
 start_service
 status=0
 out=$(as_nobody "$OSTRELCTL" state 2>&1) || status=$?
-check "a caller outside root and qav: ostrelctl exits with 3" "3" "$status"
-check "a caller outside root and qav: the bus's AccessDenied is shown" \
-    "ostrelctl: getState failed: org.freedesktop.DBus.Error.AccessDenied" "${out%%: Rejected*}"
+check "a caller outside root and qav: exit 3 and the bus's AccessDenied" \
+    "3 ostrelctl: getState failed: org.freedesktop.DBus.Error.AccessDenied" "$status ${out%%: Rejected*}"
 check "a refused call never reached the service (no lines in its log)" \
     "$(lit 'ostrel: Ostrel\nostrel: getConfig\nostrel: config=\n')" "$(value "$(call getConfig)" 2)"
 
@@ -20,13 +18,8 @@ mount --bind /tmp/group /etc/group
 busctl call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus ReloadConfig
 sleep 0.2
 check "a member of qav may call" "IDLE" "$(as_qav "$OSTRELCTL" state 2>&1)"
-check "a member of qav gets the reply log too" \
-    "$(lit 'ostrel: getState\nostrel: state=IDLE\nostrel: getTest\nostrel: test=\n')" \
-    "$(as_qav busctl --json=short call "$NAME" "$OBJECT" "$IFACE" getTest | jq -c '.data[1]')"
-status=0
-as_nobody "$OSTRELCTL" state >/dev/null 2>&1 || status=$?
-check "a caller outside qav is still refused" "3" "$status"
-out=$(as_qav busctl call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus \
-      RequestName su "$NAME" 4 2>&1 || true)
-check "a member of qav may not own the name" "Call failed: Access denied" "$out"
+check "a caller outside qav is still refused" "3" "$(status_of as_nobody "$OSTRELCTL" state)"
+check "a member of qav may not own the name" "Call failed: Access denied" \
+    "$(as_qav busctl call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus \
+       RequestName su "$NAME" 4 2>&1 || true)"
 finish

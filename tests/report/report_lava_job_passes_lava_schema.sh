@@ -10,12 +10,10 @@ from lava_common.schemas import validate
 from voluptuous import Invalid
 
 job = yaml.safe_load(open(sys.argv[1]))
-failures = 0
+failures = []
 def check(what, ok):
-    global failures
     print(("ok: " if ok else "FAIL: ") + what)
-    failures += 0 if ok else 1
-
+    failures.extend([] if ok else [what])
 def valid(data):
     try:
         validate(data, strict=True, extra_context_variables=[])
@@ -25,26 +23,22 @@ def valid(data):
         return False
 
 check("the job passes LAVA's schema, strictly", valid(job))
-
-definitions = [d for a in job["actions"] if "test" in a for d in a["test"]["definitions"]]
-wrong_keys = {
+for what, mutate in {
     "a wrong key in the job": lambda j: j.update(visiblity="public"),
     "a wrong key in a boot action": lambda j: j["actions"][0]["boot"].update(rest=True),
     "a wrong key in an inline test definition":
         lambda j: j["actions"][1]["test"]["definitions"][0]["repository"]["run"].update(step=[]),
-}
-for what, mutate in wrong_keys.items():
+}.items():
     bad = copy.deepcopy(job)
     mutate(bad)
     check(what + " fails the schema", not valid(bad))
 
+definitions = [d for a in job["actions"] if "test" in a for d in a["test"]["definitions"]]
 for d in definitions:
-    steps = "\n".join(d["repository"]["run"]["steps"])
-    syntax = subprocess.run(["bash", "-n"], input=steps, text=True, capture_output=True)
+    syntax = subprocess.run(["bash", "-n"], input="\n".join(d["repository"]["run"]["steps"]),
+                            text=True, capture_output=True)
     check("the steps of %s are valid shell" % d["name"], syntax.returncode == 0 and not syntax.stderr)
 check("the last definition reports with ostrelctl report --format lava",
       any("ostrelctl report --format lava" in s for s in definitions[-1]["repository"]["run"]["steps"]))
-if failures:
-    sys.exit("%d check(s) failed" % failures)
-print("all checks passed")
+sys.exit("%d check(s) failed" % len(failures) if failures else 0)
 PY
