@@ -28,7 +28,7 @@ TEST(ConfigQuery, OutputIsCollectedWholeAndLogged) {
         if (size > 0) chosen += std::string(size - chosen.size() - 16, '=') + "QAV config list\n";
         writeFile("/tmp/sillet-output", chosen);
         if (size >= 0) setenv("SILLET_OUTPUT_FILE", "/tmp/sillet-output", 1);
-        std::string output = runTool({bin, "list"});
+        std::string output = runTool(bin + " list");
         if (size == -1) {
             unsetenv("SILLET_BIN");
             setenv("PATH", (bin.substr(0, bin.rfind('/')) + ":" + path).c_str(), 1);

@@ -26,7 +26,7 @@ TEST(ConfigSelect, ClientsEditedListGivesTheToolsExactSetWords) {
     rapidjson::Document catalogue;
     catalogue.Parse(readFile(sourcePath("core/config/ConfigCatalogue.json")).c_str());
     ASSERT_GT(config.Size(), catalogue["config"].Size());
-    std::string listing = "\n" + runTool({bin, "list"});
+    std::string listing = "\n" + runTool(bin + " list");
     for (unsigned i = catalogue["config"].Size(), at = 0; i < config.Size(); i++) {
         std::string line = "\n" + std::to_string(config[i]["num"].GetInt()) + " " +
                            config[i]["name"].GetString() + "\n";
