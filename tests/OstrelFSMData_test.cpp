@@ -53,15 +53,6 @@ TEST(OstrelFSMData, MissingOrInvalidPlanFilesAreReplacedByThePlaceholder) {
                 << bad;
         EXPECT_EQ(readFile(kPlanFile), placeholder) << bad;
     }
-
-    // "current_state" alone makes a valid plan; setters never add keys.
-    writeFile(kPlanFile, "{\"current_state\":2}");
-    OstrelFSMData store;
-    EXPECT_EQ(store.getState(), RUNNING);
-    store.setRunStart(true);
-    EXPECT_FALSE(store.getRunStart());
-    EXPECT_FALSE(store.setTestcaseCurrentRound(0, 5));
-    EXPECT_EQ(readFile(kPlanFile), "{\"current_state\":2}");
 }
 
 TEST(OstrelFSMData, StateValuesOutsideTheMachineReadAsIdle) {
@@ -88,19 +79,13 @@ TEST(OstrelFSMData, KeepsMemberOrderAndUnknownKeysThroughEveryWrite) {
     store.setRunStart(true);
     store.setRunFinished(true);
     store.setTestcaseCurrentTime(0, 15);
-    store.setTestcaseTargetTime(0, 20);  // missing key: not added, file rewritten
+    store.setTestcaseTargetTime(0, 20);  // missing key: not added
     const std::string expected =
             "{\"zeta\":[1,{\"k\":\"v\"}],\"run_finished\":true,\"current_state\":2,"
             "\"testcases\":[{\"testcase_current_time\":15,\"extra\":null,\"name\":\"a\"}],"
             "\"run_start\":true}";
     EXPECT_EQ(readFile(kPlanFile), expected);
     EXPECT_EQ(takeJSON(store), expected);
-
-    // The next start adopts the file as found.
-    OstrelFSMData reloaded;
-    EXPECT_EQ(reloaded.getState(), RUNNING);
-    EXPECT_TRUE(reloaded.getRunStart());
-    EXPECT_EQ(reloaded.getTestcaseCurrentTime(0), 15);
 }
 
 TEST(OstrelFSMData, WrongTypesReadAsMissingKeys) {
@@ -122,14 +107,13 @@ TEST(OstrelFSMData, WrongTypesReadAsMissingKeys) {
         EXPECT_EQ(store.getState(), plan == plans[0] ? IDLE : PREPARING);
         EXPECT_FALSE(store.getRunStart() || store.getRunFinished());
         for (int i = -1; i <= store.getTestcasesLength() + 1; i++) {
-            EXPECT_EQ(store.getTestcaseCommand(i), nullptr);
-            EXPECT_FALSE(store.getTestcaseIsSelect(i) || store.getTestcaseIsRound(i) ||
-                         store.getTestcaseIsBootTest(i));
-            std::vector<int> numbers = {
-                    store.getTestcaseValue(i),        store.getTestcaseCurrentTime(i),
-                    store.getTestcaseTargetTime(i),   store.getTestcaseCurrentRound(i),
+            std::vector<int> read = {
+                    store.getTestcaseCommand(i) != nullptr, store.getTestcaseIsSelect(i),
+                    store.getTestcaseIsRound(i),            store.getTestcaseIsBootTest(i),
+                    store.getTestcaseValue(i),              store.getTestcaseCurrentTime(i),
+                    store.getTestcaseTargetTime(i),         store.getTestcaseCurrentRound(i),
                     store.getTestcaseTargetRound(i)};
-            EXPECT_EQ(numbers, std::vector<int>(5, 0)) << plan << ", test case " << i;
+            EXPECT_EQ(read, std::vector<int>(9, 0)) << plan << ", test case " << i;
         }
     }
     // A setter replaces a value of any type in place.
@@ -200,9 +184,6 @@ TEST(OstrelFSMData, KillDuringWriteLeavesAWholePlan) {
         OstrelFSMData reloaded;
         EXPECT_EQ(GetCapturedStderr(), "") << "round " << round;
         EXPECT_EQ(reloaded.getState(), PREPARING);
-        char* text = reloaded.getJSON();
-        ASSERT_NE(text, nullptr) << "round " << round;
-        EXPECT_NE(std::string(text).find(words), std::string::npos);
-        free(text);
+        EXPECT_TRUE(ostrel_test::contains(takeJSON(reloaded), words)) << "round " << round;
     }
 }

@@ -1,8 +1,7 @@
-// The crash-history copy: last lines, appends, the move beside the archive, and
-// the monitor thread of a real run watching real files with inotify.
+// The crash-history copy: last lines, appends, and the monitor thread of a real
+// run watching real files with inotify.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "TestSupport.h"
 
@@ -30,9 +29,7 @@ bool copyBecomes(const std::string& expected, double seconds = 5) {
 // A run that keeps going (its executor sleeps) with the monitor watching; a
 // missing file is looked for every 100 ms.
 OstrelFSM& startRun() {
-    Testcase t;
-    t.command = "\"sleep 120\"";
-    writePlan(planJson(PREPARING, false, false, {t}));
+    writePlan(planJson(PREPARING, false, false, {rounds("sleep 120", 1)}));
     OstrelFSM& m = newMachine();
     m.setRunTimings(std::chrono::seconds(kTickSeconds), kRetry);
     EXPECT_TRUE(m.sendEvent(RUN_START, nullptr, nullptr, 0, 0));
@@ -63,40 +60,6 @@ TEST(OstrelFSMHistory, LastLineIsAppendedToTheCopy) {
     EXPECT_EQ(readFile(kHistoryCopy), copy);
     EXPECT_TRUE(m.appendLastLine("/data/fyr_exp/none"));
     EXPECT_EQ(readFile(kHistoryCopy), copy);
-
-    ASSERT_EQ(unlink(kHistoryCopy), 0);
-    ASSERT_EQ(mkdir(kHistoryCopy, 0755), 0);
-    StderrCapture err;
-    EXPECT_FALSE(m.appendLastLine(f));
-    err.restore();
-    EXPECT_EQ(err.text(), diagnostic("ostrel: open /data/vendor/qav/data/db_history "
-                                     "(errno:21, Is a directory)\n"));
-}
-
-TEST(OstrelFSMHistory, SaveMovesTheCopyBesideTheArchive) {
-    OstrelFSM& m = newMachine();
-    const std::string saved = "/data/vendor/qav/results/QAV1A2B3C4D.db_history";
-    char name[4097];
-    strcpy(name, saved.c_str());
-    StderrCapture err;
-    EXPECT_FALSE(m.saveDBHistory(name));  // no copy: the name is emptied
-    EXPECT_EQ(name[0], '\0');
-    EXPECT_TRUE(contains(err.text(), diagnostic("ostrel: rename /data/vendor/qav/data/db_history "
-                                                "to " + saved + " (errno:2, No such file or directory)\n")));
-    umask(077);
-    writeFile(kHistoryCopy, "crash 1\n");
-    strcpy(name, saved.c_str());
-    EXPECT_TRUE(m.saveDBHistory(name));
-    err.restore();
-    EXPECT_EQ(name, saved);
-    EXPECT_FALSE(fileExists(kHistoryCopy));
-    EXPECT_EQ(readFile(saved), "crash 1\n");
-    struct stat st;
-    ASSERT_EQ(stat(name, &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0664u);
-    // Only the platform log hears of the success.
-    EXPECT_TRUE(contains(err.text(), " ostrel: save " + saved + " completed\n"));
-    EXPECT_FALSE(contains(err.text(), "Log at OstrelFSM: ostrel: save"));
 }
 
 // The monitor of a run: a file present at the start is copied only when it

@@ -72,7 +72,7 @@ TEST(OstrelFSMLauncher, ExecutorsEndIsReportedAndItsGroupKilled) {
         pid_t left = numberAfter(log, "kelbrun: detached child ");
         if (stayed < 0) continue;
         EXPECT_TRUE(waitFor([&] { return !isLive(stayed); }, 5));
-        EXPECT_TRUE(liveGroupMembers(sup).empty());
+        EXPECT_EQ(liveInGroup(sup), 0);
         EXPECT_TRUE(isLive(left));
         kill(left, SIGKILL);
     }
@@ -91,14 +91,13 @@ TEST(OstrelFSMLauncher, GroupSignalEndsSupervisorWithoutReport) {
     err.restore();
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
     EXPECT_EQ(err.text().find("back, status"), std::string::npos) << err.text();
-    EXPECT_FALSE(liveGroupMembers(sup).empty()) << "SIGTERM reached the executor";
+    EXPECT_GT(liveInGroup(sup), 0) << "SIGTERM reached the executor";
     kill(-sup, SIGKILL);
-    EXPECT_TRUE(waitFor([&] { return liveGroupMembers(sup).empty(); }, 5));
+    EXPECT_TRUE(waitFor([&] { return liveInGroup(sup) == 0; }, 5));
 }
 
 TEST(OstrelFSMLauncher, StopAndContinueDoNotEndTheRun) {
     OstrelFSM& m = newMachine();
-    StderrCapture err;
     pid_t sup = launch(m, {kExecutorPath, "sleep", "1", "2", "say", "resumed", "1"});
     pid_t exec = waitForExecutor();
     ASSERT_GT(exec, 0);
@@ -111,18 +110,11 @@ TEST(OstrelFSMLauncher, StopAndContinueDoNotEndTheRun) {
     usleep(300 * 1000);
     EXPECT_EQ(waitpid(sup, &status, WNOHANG), 0) << "the supervisor took a continue for the end";
     status = reap(sup);
-    err.restore();
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
-    EXPECT_NE(executorLog().find("kelbrun: say resumed, round 1 of 1\nkelbrun: done\n"),
-              std::string::npos)
-            << executorLog();
-    EXPECT_NE(err.text().find(diagnostic("ostrel: process " + std::to_string(exec) +
-                                   " back, status 0x0000")),
-              std::string::npos)
-            << err.text();
+    EXPECT_TRUE(contains(executorLog(), "kelbrun: say resumed, round 1 of 1\nkelbrun: done\n"));
 }
 
-TEST(OstrelFSMLauncher, LogIsAppendedAndMissingWorkDirectoryFallsBackToOwnOutput) {
+TEST(OstrelFSMLauncher, LogIsAppendedAndPrivate) {
     OstrelFSM& m = newMachine();
     reap(launch(m, {kExecutorPath, "say", "first", "1"}));
     reap(launch(m, {kExecutorPath, "say", "second", "1"}));
@@ -132,53 +124,12 @@ TEST(OstrelFSMLauncher, LogIsAppendedAndMissingWorkDirectoryFallsBackToOwnOutput
     struct stat st;
     ASSERT_EQ(stat(kExecutorLogFile, &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
-
-    ASSERT_EQ(m.remove_files(kExecutorDir), 0);
-    ASSERT_EQ(rmdir(kExecutorDir), 0);
-    StderrCapture err;
-    StderrCapture out(STDOUT_FILENO);
-    reap(launch(m, {kExecutorPath, "say", "third", "1"}));
-    out.restore();
-    err.restore();
-    EXPECT_TRUE(contains(err.text(), diagnostic("ostrel: Cannot create /data/vendor/qav/kelbrun/"
-                                                "kelbrun_log.txt (errno:2, No such file or directory)\n")))
-            << err.text();
-    EXPECT_TRUE(contains(out.text(), "kelbrun: say third, round 1 of 1\n"));
 }
 
-// Runs forkAndExec in a helper process whose user may own only |processes|
-// processes, so that the first fork (1) or the supervisor's fork (2) fails.
-// The helper prints forkAndExec's result, the id field and the supervisor's status.
-static void launchWithProcessLimit(rlim_t processes) {
-    pid_t helper = fork();
-    if (helper == 0) {
-        OstrelFSM* m = new OstrelFSM(nullptr);
-        // The limit counts threads: a sanitizer's own thread in the helper is added.
-        std::string self = readFile("/proc/self/status");
-        size_t at = self.find("Threads:");
-        rlim_t threads = at == std::string::npos ? 1 : std::stoul(self.substr(at + 8));
-        processes += threads - 1;
-        struct rlimit limit = {processes, processes};
-        // A user id that owns no other process anywhere.
-        if (setrlimit(RLIMIT_NPROC, &limit) != 0 || setgid(54321) != 0 || setuid(54321) != 0) {
-            _exit(3);
-        }
-        std::string program = kExecutorPath;
-        char** argv = new char*[2]{program.data(), nullptr};
-        bool started = m->forkAndExec(argv);
-        delete[] argv;
-        int status = -1;
-        if (started) waitpid(m->executorPid(), &status, 0);
-        fprintf(stderr, "started %d, pid %d, status 0x%04X\n", started, m->executorPid(), status);
-        _exit(0);
-    }
-    int status = -1;
-    waitpid(helper, &status, 0);
-    EXPECT_EQ(status, 0);
-}
-
-// The first fork failing (limit 1) starts nothing; the supervisor's fork failing
-// (limit 2) ends the supervisor with 1 and no executor.
+// The first fork failing (a limit of 1 process) starts nothing; the supervisor's
+// fork failing (2) ends the supervisor with 1 and no executor. A helper process,
+// limited and under a user id that owns no other process, prints forkAndExec's
+// result, the id field and the supervisor's status.
 TEST(OstrelFSMLauncher, FailedForksAreReported) {
     const std::string eagain = " (errno:11, Resource temporarily unavailable)\n";
     const std::string expected[] = {
@@ -187,8 +138,27 @@ TEST(OstrelFSMLauncher, FailedForksAreReported) {
                     diagnostic("ostrel: runKelbrun should not be here!! ")};
     for (rlim_t limit : {1, 2}) {
         StderrCapture err;
-        launchWithProcessLimit(limit);
+        pid_t helper = fork();
+        if (helper == 0) {
+            OstrelFSM* m = new OstrelFSM(nullptr);
+            // The limit counts threads: a sanitizer's own thread is added.
+            rlim_t processes = limit + numberAfter(readFile("/proc/self/status"), "Threads:") - 1;
+            struct rlimit rl = {processes, processes};
+            if (setrlimit(RLIMIT_NPROC, &rl) != 0 || setgid(54321) != 0 || setuid(54321) != 0) {
+                _exit(3);
+            }
+            std::string program = kExecutorPath;
+            char* argv[] = {program.data(), nullptr};
+            bool started = m->forkAndExec(argv);
+            int status = -1;
+            if (started) waitpid(m->executorPid(), &status, 0);
+            fprintf(stderr, "started %d, pid %d, status 0x%04X\n", started, m->executorPid(), status);
+            _exit(0);
+        }
+        int status = -1;
+        waitpid(helper, &status, 0);
         err.restore();
+        EXPECT_EQ(status, 0);
         EXPECT_TRUE(contains(err.text(), expected[limit - 1])) << err.text();
         if (limit == 2) EXPECT_TRUE(contains(err.text(), ", status 0x0100\n")) << err.text();
     }

@@ -78,10 +78,9 @@ TEST(RaceOstrelFSMRun, AbortMeetingTheExecutorsEndAlwaysEndsInCompleting) {
         m.sendEvent(GET_RESULT, nullptr, nullptr, 0, 0);
     }
     err.restore();
+    const std::string text = err.text(), mark = "ostrel: terminate process group: -";
     size_t terminated = 0;
-    for (size_t at = 0; (at = err.text().find("ostrel: terminate process group: -", at)) !=
-                        std::string::npos;
-         at++) {
+    for (size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at + 1)) {
         terminated++;
     }
     // Both orders occurred: aborts that found the group and aborts that came late.

@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 
 #include <memory>
-#include <regex>
 
 #include "TestSupport.h"
 
@@ -85,34 +84,28 @@ TEST(OstrelFSMRunEnd, EndedRunsThreadsStopAndNeverActForTheNextRun) {
 // A file that the executor's first crash creates, or a line it adds to a file
 // that exists: either comes right after the run starts, and is collected.
 TEST(OstrelFSMRunEnd, CrashLineWrittenAsTheRunStartsIsCollected) {
-    struct Case {
-        const char* path;
-        bool existsBefore;
-    };
-    const Case cases[] = {{kShortHistoryPath, false}, {kLongHistoryPath, false},
-                          {kShortHistoryPath, true}, {kLongHistoryPath, true}};
-    for (const Case& c : cases) {
-        for (int attempt = 0; attempt < 10; attempt++) {
-            unlink(kShortHistoryPath);
-            unlink(kLongHistoryPath);
-            if (c.existsBefore) writeFile(c.path, "old line\n");
-            auto m = fastMachine({hours("sleep 60", 1)});
-            ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
-            appendFile(c.path, "first crash\n");
-            // A file seen as it appears and then as it changes gives the line twice.
-            EXPECT_TRUE(waitFor([] { return readFile(kHistoryCopy) != ""; }, 2));
-            std::string copy = readFile(kHistoryCopy);
-            EXPECT_TRUE(copy == "first crash\n" || (!c.existsBefore && copy == "first crash\nfirst crash\n"))
-                    << c.path << (c.existsBefore ? " (existing)" : " (new)") << ", attempt "
-                    << attempt << ": copy holds '" << copy << "'";
-            m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
-        }
+    for (int attempt = 0; attempt < 40; attempt++) {
+        const char* path = attempt % 2 ? kLongHistoryPath : kShortHistoryPath;
+        bool existsBefore = attempt % 4 >= 2;
+        unlink(path);
+        if (existsBefore) writeFile(path, "old line\n");
+        auto m = fastMachine({hours("sleep 60", 1)});
+        ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+        appendFile(path, "first crash\n");
+        // A file seen as it appears and then as it changes gives the line twice.
+        EXPECT_TRUE(waitFor([] { return readFile(kHistoryCopy) != ""; }, 2));
+        std::string copy = readFile(kHistoryCopy);
+        bool twice = !existsBefore && copy == "first crash\nfirst crash\n";
+        EXPECT_TRUE(copy == "first crash\n" || twice)
+                << path << (existsBefore ? " (existing)" : " (new)") << ": '" << copy << "'";
+        m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
+        unlink(path);
     }
 }
 
 // The end of a run does not cut the monitor short: a line written just before
 // the abort, in a file that exists or in one that appears, is in the copy when
-// the abort returns.
+// the abort returns (twice when the monitor saw the new file before the line).
 TEST(OstrelFSMRunEnd, CrashLineWrittenJustBeforeTheEndIsCollected) {
     for (bool existsBefore : {true, false}) {
         unlink(kShortHistoryPath);
@@ -123,39 +116,36 @@ TEST(OstrelFSMRunEnd, CrashLineWrittenJustBeforeTheEndIsCollected) {
         usleep(100 * 1000);
         appendFile(kShortHistoryPath, "last crash\n");
         ASSERT_TRUE(m.sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
-        EXPECT_EQ(readFile(kHistoryCopy), "last crash\n")
-                << (existsBefore ? "existing file" : "new file");
+        std::string copy = readFile(kHistoryCopy);
+        EXPECT_TRUE(copy == "last crash\n" || (!existsBefore && copy == "last crash\nlast crash\n"))
+                << (existsBefore ? "existing file: " : "new file: ") << copy;
     }
 }
 
 TEST(OstrelFSMRunEnd, AnEventWritesThePlanOnceAndAReadWritesNothing) {
-    std::vector<Testcase> plan;
-    for (int i = 0; i < 50; i++) plan.push_back(hours("sleep 60", 1));
-    auto m = fastMachine(plan);
-    // Only the ticks sent below.
-    m->setRunTimings(std::chrono::seconds(60), std::chrono::milliseconds(20));
+    auto m = fastMachine(std::vector<Testcase>(50, hours("sleep 60", 1)));
+    m->setRunTimings(std::chrono::seconds(60), kFastTick);  // only the ticks sent below
     OstrelFSMData& store = m->planStore();
-
-    unsigned long before = store.writeCount();
     struct stat was, is;
     ASSERT_EQ(stat(kPlanFile, &was), 0);
+    unsigned long before = store.writeCount();
     EXPECT_FALSE(answer(*m, GET_TEST).empty());
-    EXPECT_EQ(store.writeCount(), before);
     ASSERT_EQ(stat(kPlanFile, &is), 0);
+    EXPECT_EQ(store.writeCount(), before);
     EXPECT_EQ(is.st_ino, was.st_ino) << "a read replaced the plan file";
 
     // A missing plan file is written again by the next event.
     unlink(kPlanFile);
-    answer(*m, GET_TEST);
+    std::string held = answer(*m, GET_TEST);
+    EXPECT_EQ(readFile(kPlanFile), held);
     EXPECT_EQ(store.writeCount(), before + 1);
-    EXPECT_EQ(readFile(kPlanFile), answer(*m, GET_TEST));
 
-    // Start, abort and result: a handful of writes, not one per setter.
+    // Start, abort and result: a handful of writes, each leaving the plan as held.
     before = store.writeCount();
-    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
-    EXPECT_EQ(readFile(kPlanFile), answer(*m, GET_TEST));
-    ASSERT_TRUE(m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
-    EXPECT_EQ(readFile(kPlanFile), answer(*m, GET_TEST));
+    for (PlannerEvent event : {RUN_START, RUN_ABORT}) {
+        ASSERT_TRUE(m->sendEvent(event, nullptr, nullptr, 0, 0));
+        EXPECT_EQ(readFile(kPlanFile), answer(*m, GET_TEST));
+    }
     ASSERT_FALSE(answer(*m, GET_RESULT).empty());
     EXPECT_LE(store.writeCount() - before, 4u);
 
@@ -164,10 +154,7 @@ TEST(OstrelFSMRunEnd, AnEventWritesThePlanOnceAndAReadWritesNothing) {
     before = store.writeCount();
     m->sendEvent(TICK, nullptr, nullptr, 10, 0);
     EXPECT_EQ(store.writeCount(), before + 1);
-    std::string file = readFile(kPlanFile);
-    const std::regex ten("\"testcase_current_time\":10,");
-    EXPECT_EQ(std::distance(std::sregex_iterator(file.begin(), file.end(), ten),
-                            std::sregex_iterator()),
-              50);
+    OstrelFSMData written;
+    for (int i = 0; i < 50; i++) EXPECT_EQ(written.getTestcaseCurrentTime(i), 10) << i;
     m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
 }

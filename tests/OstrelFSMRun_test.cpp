@@ -1,11 +1,11 @@
 // Whole runs through sendEvent with the stand-in executor: the executor's own end,
 // aborts (also of a group that ignores SIGTERM, and of a run with no executor),
-// resume after a restart, plans with values of the wrong type, and the result.
+// resume after a restart, and the result.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <algorithm>
 #include <regex>
 
 #include "TestSupport.h"
@@ -16,17 +16,6 @@ using namespace ostrel_test;
 namespace {
 
 const char* const kResults = "/data/vendor/qav/results/QAV20240131_235959";
-
-time_t lastSecondOfJanuary(time_t* t) {
-    time_t v = 1706745599;  // 2024-01-31 23:59:59 UTC
-    if (t) *t = v;
-    return v;
-}
-
-time_t noClock(time_t* t) {
-    if (t) *t = -1;
-    return -1;
-}
 
 // A machine in PREPARING with |plan|, started, with ticks |tick| apart.
 OstrelFSM& start(const std::vector<Testcase>& plan,
@@ -51,13 +40,17 @@ void expectRunEnded(OstrelFSM& m) {
 TEST(OstrelFSMRun, RunEndsByItselfAndHandsOverArchiveAndHistory) {
     setenv("TZ", "UTC", 1);
     tzset();
-    // Left over from an earlier run: cleared when the run starts.
+    // Left over from an earlier run: cleared when the run starts (a link removed, not
+    // followed). The history copy is readable by the group whatever the umask.
     writeFile("/data/vendor/qav/kelbrun/stale", "old");
     writeFile(kHistoryCopy, "old crash\n");
+    ASSERT_EQ(mkdir("/data/keep", 0755) | symlink("/data/keep", "/data/vendor/qav/kelbrun/link"), 0);
+    writeFile("/data/keep/x", "kept");
+    umask(077);
     StderrCapture err;
     OstrelFSM& m = start({rounds("sleep 1 1 crash long oops", 2), hours("say hour", 1)},
                          std::chrono::seconds(2));
-    m.setTimeSource(lastSecondOfJanuary);
+    m.setTimeSource([](time_t*) -> time_t { return 1706745599; });  // 2024-01-31 23:59:59 UTC
     pid_t supervisor = m.executorPid();
 
     // The executor ends after a second; the run ends at the first tick, 2 s in,
@@ -69,21 +62,19 @@ TEST(OstrelFSMRun, RunEndsByItselfAndHandsOverArchiveAndHistory) {
                                                 std::to_string(supervisor) + ", status : 0x0009")))
             << err.text();
     EXPECT_FALSE(contains(err.text(), "terminate process group"));
-    std::string log = executorLog();
-    EXPECT_TRUE(contains(log, "arguments: sleep 1 1 crash long oops 2 say hour 1\n")) << log;
 
     EXPECT_EQ(answer(m, GET_RESULT), std::string(kResults) + ".zip, " + kResults + ".db_history");
     err.restore();
     EXPECT_EQ(m.getState(), PREPARING);
     EXPECT_EQ(readFile(std::string(kResults) + ".db_history"), "oops 2\n");
+    struct stat st;
+    ASSERT_EQ(stat((std::string(kResults) + ".db_history").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0664u);
+    EXPECT_TRUE(fileExists("/data/keep/x"));
     std::string zip = std::string(kResults) + ".zip";
-    std::vector<std::string> entries = zipEntries(zip);
-    std::sort(entries.begin(), entries.end());
-    EXPECT_EQ(entries, (std::vector<std::string>{"qav/data/", "qav/data/db_history",
-                                                 "qav/data/ostreldata.txt", "qav/kelbrun/",
-                                                 "qav/kelbrun/kelbrun_log.txt"}));
+    EXPECT_EQ(zipContent(zip, "qav/kelbrun/stale"), "");
     EXPECT_EQ(zipContent(zip, "qav/data/db_history"), "oops 2\n");
-    EXPECT_EQ(zipContent(zip, "qav/kelbrun/kelbrun_log.txt"), log);
+    EXPECT_EQ(zipContent(zip, "qav/kelbrun/kelbrun_log.txt"), executorLog());
     EXPECT_TRUE(contains(zipContent(zip, "qav/data/ostreldata.txt"), "\"current_state\":3"));
 
     // The counters and flags are reset, and the result cannot be asked for twice.
@@ -99,7 +90,7 @@ TEST(OstrelFSMRun, AbortKillsAGroupThatIgnoresTerm) {
     ASSERT_TRUE(waitFor([] { return contains(executorLog(), "kelbrun: sleep round 1 of 1"); }, 10));
     pid_t detached = numberAfter(executorLog(), "kelbrun: detached child ");
     // Supervisor, executor, child, sleep.
-    EXPECT_TRUE(waitFor([&] { return liveGroupMembers(group).size() == 4u; }, 5));
+    EXPECT_TRUE(waitFor([&] { return liveInGroup(group) == 4; }, 5));
 
     StderrCapture err;
     EXPECT_TRUE(m.sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
@@ -109,7 +100,7 @@ TEST(OstrelFSMRun, AbortKillsAGroupThatIgnoresTerm) {
     EXPECT_TRUE(contains(err.text(), diagnostic("ostrel: terminate process group: -" + g) +
                                              diagnostic("ostrel: delete process group again: -" + g)))
             << err.text();
-    EXPECT_TRUE(waitFor([&] { return liveGroupMembers(group).empty(); }, 2));
+    EXPECT_TRUE(waitFor([&] { return liveInGroup(group) == 0; }, 2));
     // A child that left the group is not the run's to end.
     EXPECT_TRUE(isLive(detached));
     kill(detached, SIGKILL);
@@ -133,7 +124,7 @@ TEST(OstrelFSMRun, AbortWithoutExecutorAndResultsWithAndWithoutHistory) {
     ASSERT_EQ(waitpid(late.executorPid(), nullptr, 0), late.executorPid());
     EXPECT_TRUE(late.sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
     expectRunEnded(late);
-    late.setTimeSource(noClock);
+    late.setTimeSource([](time_t*) -> time_t { return -1; });
     std::string result = answer(late, GET_RESULT);
     err.restore();
     std::smatch match;
@@ -169,45 +160,8 @@ TEST(OstrelFSMRun, BootTestResumesAfterRestartWithWhatIsLeft) {
     // Another boot completion while the executor runs changes nothing.
     EXPECT_TRUE(m.sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
     EXPECT_EQ(m.planStore().getTestcaseCurrentRound(0), 1);
+    // The executor runs again with the rounds that are left.
     EXPECT_TRUE(waitFor([] { return readFile(kHistoryCopy) == "boot 3\nboot 2\n"; }, 8))
             << readFile(kHistoryCopy);
-    std::string log = executorLog();
-    size_t first = log.find("arguments: sleep 1 1 crash long boot 3\n");
-    size_t second = log.find("arguments: sleep 1 1 crash long boot 2\n");
-    EXPECT_TRUE(first != std::string::npos && second != std::string::npos && first < second)
-            << log;
     EXPECT_TRUE(m.sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
-}
-
-TEST(OstrelFSMRun, PlanWithValuesOfTheWrongTypeRuns) {
-    std::string words;
-    while (words.size() < 100 * 1024) words += "a ";
-    words.pop_back();
-    std::string plan =
-            "{\"current_state\":1,\"run_start\":false,\"run_finished\":false,\"testcases\":["
-            "{\"select\":true,\"command\":42,\"isRound\":true,\"testcase_value\":2,"
-            "\"testcase_current_round\":0,\"testcase_target_round\":0},"
-            "{\"select\":true,\"isRound\":true,\"testcase_value\":\"5\","
-            "\"testcase_current_round\":\"1\",\"testcase_target_round\":\"9\"},"
-            "{\"select\":true,\"command\":\"" + words + "\",\"isRound\":false,\"testcase_value\":1,"
-            "\"testcase_current_time\":\"10\",\"testcase_target_time\":\"abc\"},"
-            "{\"select\":true,\"command\":\"say strings\",\"isRound\":true,\"testcase_value\":\"7\","
-            "\"testcase_current_round\":\"x\",\"testcase_target_round\":[1]},"
-            "{\"select\":\"true\",\"command\":\"say never\",\"isRound\":true,\"testcase_value\":1}]}";
-    writePlan(plan);
-    OstrelFSM& m = newMachine();
-    StderrCapture err;
-    EXPECT_TRUE(m.sendEvent(RUN_START, nullptr, nullptr, 0, 0));
-    EXPECT_EQ(m.getState(), RUNNING);
-    // Commands that are not strings leave a word empty; values that are not
-    // numbers count as 0; a "select" that is not a boolean is not selected.
-    EXPECT_TRUE(contains(err.text(), diagnostic("ostrel: run executor command: /vendor/bin/kelbrun  2"
-                                                "  0 " + words + " 1 say strings 0\n")))
-            << err.text().substr(0, 2000);
-    ASSERT_TRUE(waitFor([] { return contains(executorLog(), "kelbrun: done\n"); }, 30));
-    err.restore();
-    EXPECT_TRUE(contains(executorLog(), "arguments: 2 0 " + words + " 1 say strings 0\n"));
-    EXPECT_FALSE(contains(executorLog(), "say never"));
-    EXPECT_TRUE(m.sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
-    EXPECT_NE(answer(m, GET_RESULT), "");
 }

@@ -47,16 +47,10 @@ Expected expected(PlannerFSMState state, int event) {
     return it != acts.end() ? it->second : Expected{state};
 }
 
-const std::string kNewPlan = planJson(PREPARING, false, false, {rounds("say new", 1)});
-
-std::string inputFor(int event) {
-    switch (event) {
-        case SET_TEST: return kNewPlan;
-        case SET_CONFIG: return R"({"config":[]})";
-        case INSTALL_TESTERS: return "/data/vendor/qav/tester.apk";
-        default: return "";
-    }
-}
+const std::map<int, std::string> kInputs = {
+        {SET_TEST, planJson(PREPARING, false, false, {rounds("say new", 1)})},
+        {SET_CONFIG, R"({"config":[]})"},
+        {INSTALL_TESTERS, "/data/vendor/qav/tester.apk"}};
 
 }  // namespace
 
@@ -77,7 +71,8 @@ TEST(OstrelFSMStates, EveryEventInEveryStateHasItsAnswerAndEffect) {
             const std::string before = readFile(kPlanFile);
             bool result = false;
             std::string text =
-                    answer(*m, static_cast<PlannerEvent>(event), &result, inputFor(event));
+                    answer(*m, static_cast<PlannerEvent>(event), &result,
+                           kInputs.count(event) ? kInputs.at(event) : "");
             Expected want = expected(state, event);
 
             EXPECT_TRUE(result);

@@ -1,6 +1,6 @@
 #include "TestSupport.h"
 
-#include <dirent.h>
+#include <algorithm>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -18,11 +18,7 @@
 namespace vendor::brevane::hardware::ostrel::core {
 void PrintTo(PlannerFSMState state, std::ostream* os) {
     int value = state;
-    if (value >= 0 && value < 4) {
-        *os << kStateNames[value];
-    } else {
-        *os << "state " << value;
-    }
+    *os << (value >= 0 && value < 4 ? kStateNames[value] : "state " + std::to_string(value));
 }
 }  // namespace vendor::brevane::hardware::ostrel::core
 
@@ -33,15 +29,13 @@ namespace core = vendor::brevane::hardware::ostrel::core;
 namespace {
 
 // The fixed paths are the host's own outside the sandbox: refuse to run there.
-class SandboxGuard : public ::testing::Environment {
-  public:
+struct SandboxGuard : ::testing::Environment {
     void SetUp() override {
         const char* marker = getenv("OSTREL_SANDBOX");
-        if (marker == nullptr || std::string(marker) != "1") {
-            fprintf(stderr, "these tests write the device paths: run them through "
-                            "scripts/devsandbox (ctest does)\n");
-            exit(2);
-        }
+        if (marker != nullptr && std::string(marker) == "1") return;
+        fprintf(stderr, "these tests write the device paths: run them through "
+                        "scripts/devsandbox (ctest does)\n");
+        exit(2);
     }
 };
 
@@ -134,19 +128,9 @@ bool isLive(pid_t pid) {
     return s != 0 && s != 'Z' && s != 'X';
 }
 
-std::vector<pid_t> liveGroupMembers(pid_t pgid) {
-    std::vector<pid_t> members;
-    DIR* d = opendir("/proc");
-    if (d == nullptr) return members;
-    while (struct dirent* e = readdir(d)) {
-        pid_t pid = atoi(e->d_name);
-        pid_t group = 0;
-        if (pid > 0 && isLive(pid) && processState(pid, &group) && group == pgid) {
-            members.push_back(pid);
-        }
-    }
-    closedir(d);
-    return members;
+int liveInGroup(pid_t pgid) {
+    std::string pids = runTool("pgrep -g " + std::to_string(pgid) + " -r R,S,D,T,t");
+    return static_cast<int>(std::count(pids.begin(), pids.end(), '\n'));
 }
 
 std::string runTool(const std::string& command) {
@@ -172,7 +156,7 @@ std::vector<std::string> zipEntries(const std::string& zip) {
 }
 
 std::string zipContent(const std::string& zip, const std::string& entry) {
-    return runTool("unzip -p " + zip + " '" + entry + "'");
+    return runTool("unzip -p " + zip + " '" + entry + "' 2>/dev/null");
 }
 
 Testcase rounds(const std::string& command, int value) {

@@ -25,14 +25,12 @@ using vendor::brevane::hardware::ostrel::V2_0::implementation::Ostrel;
 using vendor::brevane::hardware::ostrel::core::OstrelFSM;
 using vendor::brevane::hardware::ostrel::core::PlannerEvent;
 
-// Files. readFile gives "" for a file that cannot be read, and reads /proc files
-// of a process that exits meanwhile as ended.
+// Files. readFile gives "" for a file that cannot be read; a /proc file of a
+// process that exits meanwhile reads as ended.
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& text);
-// Appends |text| to |path| in one write, creating it when missing.
 void appendFile(const std::string& path, const std::string& text);
 bool fileExists(const std::string& path);
-// A file of the project's source tree (the stand-ins).
 std::string sourcePath(const std::string& relative);
 
 // Standard error (or another descriptor) of this process and of every child
@@ -57,17 +55,15 @@ inline bool contains(const std::string& text, const std::string& part) {
 inline std::string diagnostic(const std::string& message) {
     return "Log at OstrelFSM: " + message.substr(0, 255) + "\n";
 }
-// The integer that follows the first |prefix| in |text|, or -1.
 int numberAfter(const std::string& text, const std::string& prefix);
 
-// Polls |done| every 20 ms for up to |seconds|.
 bool waitFor(const std::function<bool()>& done, double seconds);
 
 // Processes. A process that has gone reads as gone (state 0), never as an error.
 char processState(pid_t pid, pid_t* pgid = nullptr);
 bool isLive(pid_t pid);
-std::vector<pid_t> liveGroupMembers(pid_t pgid);
-// Runs a shell command and returns its standard output.
+// How many processes of group |pgid| have not ended (zombies excluded).
+int liveInGroup(pid_t pgid);
 std::string runTool(const std::string& command);
 // Entry names of a zip in archive order, and one entry's bytes, as unzip reads them.
 std::vector<std::string> zipEntries(const std::string& zip);
@@ -98,8 +94,7 @@ std::string answer(OstrelFSM& m, PlannerEvent event, bool* result = nullptr,
                    std::string input = "");
 
 std::string executorLog();
-// The executor's own process id, from the stand-in's first log line.
-pid_t waitForExecutor(double seconds = 10);
+pid_t waitForExecutor(double seconds = 10);  // the id in the stand-in's first line
 
 // The config tool's stand-in, chosen through SILLET_BIN, with no failure switch
 // set and an empty state file (the words of its last "set" or "clear").
