@@ -55,9 +55,6 @@ TEST(ConfigSelect, ClientsEditedListGivesTheToolsExactSetWords) {
     EXPECT_TRUE(ok) << reply;
     EXPECT_EQ(readFile(kSilletState), words + "\n");
     EXPECT_TRUE(contains(reply, "argv = " + bin + " " + words + " \n")) << reply;
-    service->clearConfig([&](bool result, const auto&) { ok = result; });
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(readFile(kSilletState), words + "\nclear\n");
 }
 
 TEST(ConfigSelect, NumberRulesOfTheWalk) {

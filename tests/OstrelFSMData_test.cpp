@@ -31,7 +31,7 @@ std::string takeJSON(OstrelFSMData& store) {
 
 // A missing or invalid plan file is replaced by the built-in placeholder, which
 // is never handed out; a valid file is adopted as found.
-TEST(OstrelFSMData, MissingOrInvalidPlanFilesAreReplacedByThePlaceholder) {
+TEST(OstrelFSMData, InvalidPlanFilesAreReplacedAndOddStatesReadAsIdle) {
     CaptureStderr();
     OstrelFSMData created;
     EXPECT_EQ(GetCapturedStderr(), "Log at OstrelFSMData: init Document\n");
@@ -53,9 +53,7 @@ TEST(OstrelFSMData, MissingOrInvalidPlanFilesAreReplacedByThePlaceholder) {
                 << bad;
         EXPECT_EQ(readFile(kPlanFile), placeholder) << bad;
     }
-}
-
-TEST(OstrelFSMData, StateValuesOutsideTheMachineReadAsIdle) {
+    // A state outside the machine is kept in the file and reads, and is written, as IDLE.
     for (const char* stored : {"7", "-1", "\"2\"", "2.0", "true", "4294967298"}) {
         writeFile(kPlanFile, std::string("{\"current_state\":") + stored + "}");
         OstrelFSMData store;

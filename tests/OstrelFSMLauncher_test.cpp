@@ -99,8 +99,9 @@ TEST(OstrelFSMLauncher, GroupSignalEndsSupervisorWithoutReport) {
 TEST(OstrelFSMLauncher, StopAndContinueDoNotEndTheRun) {
     OstrelFSM& m = newMachine();
     pid_t sup = launch(m, {kExecutorPath, "sleep", "1", "2", "say", "resumed", "1"});
-    pid_t exec = waitForExecutor();
-    ASSERT_GT(exec, 0);
+    pid_t exec = -1;
+    ASSERT_TRUE(waitFor([&] { return (exec = numberAfter(executorLog(), "kelbrun: pid ")) > 0; },
+                        10));
     ASSERT_EQ(kill(exec, SIGSTOP), 0);
     EXPECT_TRUE(waitFor([&] { return processState(exec) == 'T'; }, 5));
     usleep(300 * 1000);

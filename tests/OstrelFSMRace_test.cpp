@@ -38,9 +38,7 @@ double executorLife(OstrelFSM& m) {
 
 TEST(RaceOstrelFSMRun, AbortMeetingTheExecutorsEndAlwaysEndsInCompleting) {
     constexpr int kRepetitions = 200;
-    Testcase quick;
-    quick.command = "\"exit 0\"";
-    writePlan(planJson(PREPARING, false, false, {quick}));
+    writePlan(planJson(PREPARING, false, false, {rounds("exit 0", 1)}));
     OstrelFSM& m = newMachine();
     double life = executorLife(m);
 

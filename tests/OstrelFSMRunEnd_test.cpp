@@ -72,13 +72,11 @@ TEST(OstrelFSMRunEnd, EndedRunsThreadsStopAndNeverActForTheNextRun) {
 
     // A run that its own tick thread ends (it reaps the executor that ended): the
     // thread is joined by the next event.
-    writePlan(planJson(PREPARING, false, false, {hours("say done", 1)}));
-    OstrelFSM self(nullptr);
-    self.setRunTimings(kFastTick, std::chrono::milliseconds(20));
-    ASSERT_TRUE(self.sendEvent(RUN_START, nullptr, nullptr, 0, 0));
-    ASSERT_TRUE(waitFor([&] { return self.getState() == COMPLETING; }, 10));
+    auto self = fastMachine({hours("say done", 1)});
+    ASSERT_TRUE(self->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    ASSERT_TRUE(waitFor([&] { return self->getState() == COMPLETING; }, 10));
     EXPECT_TRUE(waitFor([&] { return threadCount() == idle; }, 1));
-    EXPECT_FALSE(answer(self, GET_RESULT).empty());
+    EXPECT_FALSE(answer(*self, GET_RESULT).empty());
 }
 
 // A file that the executor's first crash creates, or a line it adds to a file

@@ -74,11 +74,6 @@ bool fileExists(const std::string& path) {
     return stat(path.c_str(), &st) == 0;
 }
 
-std::string sourcePath(const std::string& relative) {
-    const char* dir = getenv("OSTREL_SOURCE_DIR");
-    return std::string(dir ? dir : ".") + "/" + relative;
-}
-
 StderrCapture::StderrCapture(int target) : target_(target) {
     char name[] = "/tmp/stderr-XXXXXX";
     int fd = mkstemp(name);
@@ -112,15 +107,10 @@ bool waitFor(const std::function<bool()>& done, double seconds) {
     return true;
 }
 
-char processState(pid_t pid, pid_t* pgid) {
+char processState(pid_t pid) {
     std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
     size_t paren = stat.rfind(')');
-    if (paren == std::string::npos) return 0;
-    char state = 0;
-    int ppid = 0, group = 0;
-    if (sscanf(stat.c_str() + paren + 1, " %c %d %d", &state, &ppid, &group) != 3) return 0;
-    if (pgid) *pgid = group;
-    return state;
+    return paren == std::string::npos || paren + 2 >= stat.size() ? 0 : stat[paren + 2];
 }
 
 bool isLive(pid_t pid) {
@@ -219,14 +209,9 @@ std::string executorLog() {
     return readFile(core::kExecutorLogFile);
 }
 
-pid_t waitForExecutor(double seconds) {
-    pid_t pid = -1;
-    waitFor([&] { return (pid = numberAfter(executorLog(), "kelbrun: pid ")) > 0; }, seconds);
-    return pid;
-}
-
 std::string useSilletStandIn() {
-    std::string bin = sourcePath("fakes/sillet/sillet");
+    const char* source = getenv("OSTREL_SOURCE_DIR");
+    std::string bin = std::string(source ? source : ".") + "/fakes/sillet/sillet";
     setenv("SILLET_BIN", bin.c_str(), 1);
     setenv("SILLET_STATE", kSilletState, 1);
     for (const char* name : {"SILLET_HANG", "SILLET_QUIET_HANG", "SILLET_OUTPUT",

@@ -31,7 +31,6 @@ std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& text);
 void appendFile(const std::string& path, const std::string& text);
 bool fileExists(const std::string& path);
-std::string sourcePath(const std::string& relative);
 
 // Standard error (or another descriptor) of this process and of every child
 // started meanwhile, sent to a file while the object lives; readable afterwards.
@@ -60,7 +59,7 @@ int numberAfter(const std::string& text, const std::string& prefix);
 bool waitFor(const std::function<bool()>& done, double seconds);
 
 // Processes. A process that has gone reads as gone (state 0), never as an error.
-char processState(pid_t pid, pid_t* pgid = nullptr);
+char processState(pid_t pid);
 bool isLive(pid_t pid);
 // How many processes of group |pgid| have not ended (zombies excluded).
 int liveInGroup(pid_t pgid);
@@ -94,7 +93,6 @@ std::string answer(OstrelFSM& m, PlannerEvent event, bool* result = nullptr,
                    std::string input = "");
 
 std::string executorLog();
-pid_t waitForExecutor(double seconds = 10);  // the id in the stand-in's first line
 
 // The config tool's stand-in, chosen through SILLET_BIN, with no failure switch
 // set and an empty state file (the words of its last "set" or "clear").
