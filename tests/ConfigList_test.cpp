@@ -68,13 +68,13 @@ TEST(ConfigList, MalformedLineEndsTheParseKeepingEarlierLines) {
     for (const char* line : {"-3 Enable hw_watchdog\n", "Enable hw_watchdog\n",
                              "5Enable hw_watchdog\n", "5 \n", "\n", "7\n"}) {
         SCOPED_TRACE(line);
-        ReplyLog log;
+        android::sp<Ostrel> service = new Ostrel();
         testing::internal::CaptureStderr();
         std::string text =
                 std::string("25 Enable hw_watchdog\n") + line + "26 Disable hw_watchdog\n";
-        EXPECT_EQ(parse(text, log.get()), -1);
+        EXPECT_EQ(parse(text, service.get()), -1);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "Invalid format\n");
-        EXPECT_EQ(log.added(), "Invalid format\n\n");
+        EXPECT_EQ(service->replyLog(), "ostrel: Ostrel\nInvalid format\n\n");
         EXPECT_EQ(listNumber("hw_watchdog", "enable-num"), 25);
         EXPECT_EQ(listNumber("hw_watchdog", "disable-num"), -1);
     }

@@ -33,11 +33,11 @@ TEST(ConfigQuery, OutputIsCollectedWholeAndLogged) {
             unsetenv("SILLET_BIN");
             setenv("PATH", (bin.substr(0, bin.rfind('/')) + ":" + path).c_str(), 1);
         }
-        ReplyLog log;
-        EXPECT_EQ(querySilletList(log.get()), 0);
+        android::sp<Ostrel> service = new Ostrel();
+        EXPECT_EQ(querySilletList(service.get()), 0);
         setenv("PATH", path.c_str(), 1);
-        std::string added = log.added();
-        std::string expected = "Preparing the QaV list\n\ncollect sillet out_buf size=" +
+        std::string added = service->replyLog();
+        std::string expected = "ostrel: Ostrel\nPreparing the QaV list\n\ncollect sillet out_buf size=" +
                                std::to_string(output.size()) + "\n\n" +
                                (output.empty() ? "" : output + "\n") +
                                "collect sillet err_buf size=0\n\nHave the QaV list ready\n\n";
@@ -70,17 +70,17 @@ TEST(ConfigQuery, ToolFailuresOfListSetAndClearAreReported) {
         SCOPED_TRACE(std::string(runName) + " " + variable);
         useSilletStandIn();
         setenv(variable, value, 1);
-        ReplyLog log;
+        android::sp<Ostrel> service = new Ostrel();
         StderrCapture diagnostics;
         std::string run = runName;
         auto start = std::chrono::steady_clock::now();
-        int result = run == "list"  ? querySilletList(log.get())
-                     : run == "set" ? selectSilletConfig(log.get(), R"({"config":[]})")
-                                    : clearSilletConfig(log.get());
+        int result = run == "list"  ? querySilletList(service.get())
+                     : run == "set" ? selectSilletConfig(service.get(), R"({"config":[]})")
+                                    : clearSilletConfig(service.get());
         std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
         diagnostics.restore();
         EXPECT_EQ(result, -1);
-        std::string said = run == "clear" ? diagnostics.text() : log.added();
+        std::string said = run == "clear" ? diagnostics.text() : service->replyLog();
         ASSERT_GE(said.size(), tail.size()) << said;
         EXPECT_EQ(said.substr(said.size() - tail.size()), tail);
         // The time-out is five seconds; the tool itself would sleep for eight.
@@ -104,8 +104,7 @@ long memoryKiB() {
 
 TEST(ConfigQuery, ListMemoryDoesNotGrowFromQueryToQuery) {
     useSilletStandIn();
-    ReplyLog log;
-    Ostrel* service = log.get();
+    android::sp<Ostrel> service = new Ostrel();
     ASSERT_TRUE(service->machine().sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
     ASSERT_EQ(service->machine().getState(), PREPARING);
     size_t answerSize = 0;

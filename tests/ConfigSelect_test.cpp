@@ -12,8 +12,7 @@ using namespace ostrel_test;
 
 TEST(ConfigSelect, ClientsEditedListGivesTheToolsExactSetWords) {
     std::string bin = useSilletStandIn();
-    ReplyLog log;
-    Ostrel* service = log.get();
+    android::sp<Ostrel> service = new Ostrel();
     ASSERT_TRUE(service->machine().sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
     std::string handedOut, reply;
     service->getConfig([&](const auto& config, const auto&) { handedOut = config; });
@@ -107,10 +106,10 @@ TEST(ConfigSelect, UnreadableListsAreRefusedWithoutRunningTheTool) {
     for (auto& [json, expected] : cases) {
         SCOPED_TRACE(json.substr(0, 60));
         useSilletStandIn();
-        ReplyLog log;
+        android::sp<Ostrel> service = new Ostrel();
         StderrCapture diagnostics;
-        EXPECT_EQ(selectSilletConfig(log.get(), json.c_str()), -1);
-        EXPECT_EQ(log.added(), expected);
+        EXPECT_EQ(selectSilletConfig(service.get(), json.c_str()), -1);
+        EXPECT_EQ(service->replyLog(), "ostrel: Ostrel\n" + expected);
         EXPECT_FALSE(fileExists(kSilletState));
     }
     EXPECT_EQ(selectSilletConfig(nullptr, nullptr), -1);

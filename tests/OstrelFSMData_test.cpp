@@ -13,8 +13,7 @@
 #include "TestSupport.h"
 
 using namespace vendor::brevane::hardware::ostrel::core;
-using ostrel_test::readFile;
-using ostrel_test::writeFile;
+using namespace ostrel_test;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
@@ -182,6 +181,6 @@ TEST(OstrelFSMData, KillDuringWriteLeavesAWholePlan) {
         OstrelFSMData reloaded;
         EXPECT_EQ(GetCapturedStderr(), "") << "round " << round;
         EXPECT_EQ(reloaded.getState(), PREPARING);
-        EXPECT_TRUE(ostrel_test::contains(takeJSON(reloaded), words)) << "round " << round;
+        EXPECT_TRUE(contains(takeJSON(reloaded), words)) << "round " << round;
     }
 }

@@ -29,7 +29,7 @@ bool copyBecomes(const std::string& expected, double seconds = 5) {
 // A run that keeps going (its executor sleeps) with the monitor watching; a
 // missing file is looked for every 100 ms.
 OstrelFSM& startRun() {
-    writePlan(planJson(PREPARING, false, false, {rounds("sleep 120", 1)}));
+    writeFile(kPlanFile, planJson(PREPARING, false, false, {rounds("sleep 120", 1)}));
     OstrelFSM& m = newMachine();
     m.setRunTimings(std::chrono::seconds(kTickSeconds), kRetry);
     EXPECT_TRUE(m.sendEvent(RUN_START, nullptr, nullptr, 0, 0));

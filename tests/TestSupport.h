@@ -82,8 +82,6 @@ Testcase rounds(const std::string& command, int value);
 Testcase hours(const std::string& command, int value);
 std::string planJson(int state, bool runStart, bool runFinished,
                      const std::vector<Testcase>& testcases);
-// Writes the plan file that the next machine loads.
-void writePlan(const std::string& json);
 
 // A machine that lives until the process ends (its threads may outlive the test).
 OstrelFSM& newMachine();
@@ -98,18 +96,6 @@ std::string executorLog();
 // set and an empty state file (the words of its last "set" or "clear").
 constexpr const char* kSilletState = "/tmp/sillet-state";
 std::string useSilletStandIn();
-
-// A service object and the part of its reply log written since the last call.
-class ReplyLog {
-  public:
-    ReplyLog() : owner(new Ostrel()), seen(owner->replyLog().size()) {}
-    Ostrel* get() { return owner.get(); }
-    std::string added();
-
-  private:
-    android::sp<Ostrel> owner;
-    size_t seen;
-};
 
 // The plain item or group member called |name| in |list|, or null.
 const rapidjson::Value* findEntry(const rapidjson::Value& list, const std::string& name);

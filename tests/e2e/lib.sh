@@ -3,7 +3,6 @@
 set -euo pipefail
 
 BUILD=${OSTREL_BUILD_DIR:?}
-SOURCE=${OSTREL_SOURCE_DIR:?}
 SERVICE_BIN="$BUILD/2.0/default/vendor.brevane.hardware.ostrel@2.0-service"
 OSTRELCTL="$BUILD/tools/ostrelctl"
 NAME=vendor.brevane.hardware.ostrel.V2_0.IOstrel.default
@@ -12,7 +11,8 @@ IFACE=vendor.brevane.hardware.ostrel.V2_0.IOstrel
 PLAN=/data/vendor/qav/data/ostreldata.txt
 RESULT_RE='^/data/vendor/qav/results/QAV[0-9_]+\.zip, /data/vendor/qav/results/QAV[0-9_]+\.db_history$'
 SERVICE_LOG=/tmp/service.log
-export SILLET_BIN="$SOURCE/fakes/sillet/sillet"
+export SILLET_BIN="${OSTREL_SOURCE_DIR:?}/fakes/sillet/sillet"
+BUS=(org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus)  # the bus itself, for busctl call
 
 failures=0
 check() {  # check DESCRIPTION EXPECTED ACTUAL
@@ -22,8 +22,7 @@ check() {  # check DESCRIPTION EXPECTED ACTUAL
 }
 finish() {
     stop_service
-    if [ "$failures" -ne 0 ]; then echo "$failures check(s) failed"; exit 1; fi
-    echo "all checks passed"
+    if [ "$failures" -eq 0 ]; then echo "all checks passed"; else echo "$failures check(s) failed"; exit 1; fi
 }
 ctl() { "$OSTRELCTL" "$@"; }
 status_of() { local s=0; "$@" >/dev/null 2>&1 || s=$?; echo "$s"; }
@@ -39,15 +38,9 @@ testcase() {
         "$([ "$kind" == boot ] && echo '"isBootTest":true,')" \
         '"testcase_current_time":0,"testcase_target_time":0,"testcase_current_round":0,"testcase_target_round":0'
 }
-plan() {
-    local IFS=,
-    printf '{"not_set":false,"current_state":1,"run_start":false,"run_finished":false,"testcases":[%s]}' "$*"
-}
+plan() { local IFS=,; printf '{"not_set":false,"current_state":1,"run_start":false,"run_finished":false,"testcases":[%s]}' "$*"; }
 
-name_owned() {
-    [ "$(busctl call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus \
-         NameHasOwner s "$NAME" 2>/dev/null)" == "b true" ]
-}
+name_owned() { [ "$(busctl call "${BUS[@]}" NameHasOwner s "$NAME" 2>/dev/null)" == "b true" ]; }
 
 SERVICE_PID=""
 start_service() {  # the service, as root, with its standard error in SERVICE_LOG
@@ -57,28 +50,20 @@ start_service() {  # the service, as root, with its standard error in SERVICE_LO
     echo "FAIL: the service did not take its bus name"; cat "$SERVICE_LOG"; exit 1
 }
 stop_service() {  # stop_service [SIGNAL]: as a reboot does, the service and its run's processes end
-    if [ -n "$SERVICE_PID" ]; then
-        # The run's supervisor is a child of the service in a group of its own.
-        local groups
-        groups=$(ps -o pgid= --ppid "$SERVICE_PID" 2>/dev/null || true)
-        kill "-${1:-TERM}" "$SERVICE_PID" 2>/dev/null || true
-        wait "$SERVICE_PID" 2>/dev/null || true
-        for g in $groups; do kill -KILL -- "-$g" 2>/dev/null || true; done
-        SERVICE_PID=""
-    fi
+    [ -n "$SERVICE_PID" ] || return 0
+    # The run's supervisor is a child of the service in a group of its own.
+    local groups; groups=$(ps -o pgid= --ppid "$SERVICE_PID" || true)
+    kill "-${1:-TERM}" "$SERVICE_PID" 2>/dev/null || true; wait "$SERVICE_PID" 2>/dev/null || true
+    for g in $groups; do kill -KILL -- "-$g" 2>/dev/null || true; done
+    SERVICE_PID=""
     for _ in $(seq 100); do name_owned || return 0; sleep 0.05; done
 }
-service_alive() { [ -n "$SERVICE_PID" ] && kill -0 "$SERVICE_PID" 2>/dev/null && name_owned; }
 
 # call METHOD [SIGNATURE ARG...]: the answer's values, one a line, strings as JSON
 # literals (every byte visible); a D-Bus error as "error: MESSAGE".
 call() {
-    local method=$1 out; shift
-    if out=$(busctl --json=short call "$NAME" "$OBJECT" "$IFACE" "$method" "$@" 2>&1); then
-        jq -c '.data[]' <<<"$out"
-    else
-        echo "error: $out"
-    fi
+    local out
+    if out=$(busctl --json=short call "$NAME" "$OBJECT" "$IFACE" "$@" 2>&1); then jq -c '.data[]' <<<"$out"; else echo "error: $out"; fi
 }
 # field ANSWER N: the N-th value decoded; value ANSWER N: as a JSON literal, to
 # compare with lit PRINTF-ARGS..., every byte and trailing newline counting.

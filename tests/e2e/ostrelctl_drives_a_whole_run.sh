@@ -5,8 +5,8 @@ source "$(dirname "$0")/lib.sh"
 check "no service: exit 3 and the reason" \
     "3 ostrelctl: the Ostrel service (IOstrel/default) is not running or cannot be reached" \
     "$(status_of ctl state) $(ctl state 2>&1)"
-check "--help explains a run's life" "yes" "$(yes_if grep '^The life of a run:' <<<"$(ctl --help)")"
-check "an unknown command: exit 2" "2" "$(status_of ctl frobnicate)"
+check "--help explains a run's life; an unknown command: exit 2" "yes 2" \
+    "$(yes_if grep '^The life of a run:' <<<"$(ctl --help)") $(status_of ctl frobnicate)"
 
 start_service
 check "boot-completed, then --json state" 'bootCompleted: ok {"method":"getState","state":"PREPARING","value":1}' \
@@ -23,28 +23,23 @@ check "install-testers refuses a file over 65536 bytes" \
 
 plan "$(testcase greeting "say hello" 2)" "$(testcase crash "sleep 1 1 crash short e2e-crash" 1)" \
      "$(testcase unselected "say never" 1 round false)" > /tmp/plan.json
-check "set-test from a file" "setTest: ok" "$(ctl set-test /tmp/plan.json)"
-check "the reply log on request, on standard error" \
-    "$(printf 'ostrel: getTest\nostrel: test=%s' "$(cat /tmp/plan.json)")" "$(ctl --log get-test 2>&1 >/dev/null)"
-check "run-start" "runStart: ok" "$(ctl run-start)"
+check "set-test from a file; the reply log on request, on standard error; run-start" \
+    "$(printf 'setTest: ok\nostrel: getTest\nostrel: test=%s\nrunStart: ok' "$(cat /tmp/plan.json)")" \
+    "$(ctl set-test /tmp/plan.json; ctl --log get-test 2>&1 >/dev/null; ctl run-start)"
 
 # The crash line comes a second after the start, once the monitor watches; the
 # next tick (10 s) reaps the finished executor and ends the run.
 status=0
 timeout 60 "$OSTRELCTL" --interval 0.5 watch > /tmp/watch.out || status=$?
-check "watch ends once the run leaves RUNNING, exit 0" "0" "$status"
-check "watch starts in RUNNING with one bar per selected test case, and ends in COMPLETING" \
-    "$(printf 'state: RUNNING\n  [..............................]   0%%  0/2 rounds (run by the executor, not counted)  greeting\n  [..............................]   0%%  0/1 rounds (run by the executor, not counted)  crash\nstate: COMPLETING')" \
-    "$(head -3 /tmp/watch.out; grep '^state:' /tmp/watch.out | tail -1)"
+check "watch starts in RUNNING with one bar per selected test case, ends in COMPLETING with exit 0" \
+    "$(printf '0 state: RUNNING\n  [..............................]   0%%  0/2 rounds (run by the executor, not counted)  greeting\n  [..............................]   0%%  0/1 rounds (run by the executor, not counted)  crash\nstate: COMPLETING')" \
+    "$status $(head -3 /tmp/watch.out; grep '^state:' /tmp/watch.out | tail -1)"
 
-ctl get-result > /tmp/result.out
-archive=$(sed -n 's/^archive: //p' /tmp/result.out)
+archive=$(ctl get-result | tee /tmp/result.out | sed -n 's/^archive: //p')
 history=$(sed -n 's/^history: //p' /tmp/result.out)
 check "get-result prints the archive and the history copy" yes "$(yes_if grep -Eq "$RESULT_RE" <<<"$archive, $history")"
 check "the executor's log in the archive shows both test cases ran" "yes" \
     "$(yes_if grep -q "say hello, round 2 of 2" <<<"$(unzip -p "$archive" '*kelbrun_log.txt')")"
 check "the crash line was collected into the history copy" "e2e-crash 1" "$(cat "$history")"
-check "a second get-result: exit 1" "1" "$(status_of ctl get-result)"
-check "back in PREPARING" "PREPARING" "$(ctl state)"
-check "the service process never died" "yes" "$(yes_if service_alive)"
+check "a second get-result: exit 1, back in PREPARING" "1 PREPARING" "$(status_of ctl get-result) $(ctl state)"
 finish

@@ -13,26 +13,22 @@ check "the first callback answer carries the constructor's line and every line s
 check "the next answer holds only its own lines (the log was emptied)" \
     "$(lit 'ostrel: getResult\nostrel: result=\n')" "$(log getResult)"
 
-check "bootCompleted in IDLE: PREPARING" "true 1" "$(call bootCompleted) $(call getState)"
 run=$(plan "$(testcase slow "sleep 60" 3)")
-check "setTest's log holds the value methods' lines before its own" \
-    "$(lit 'ostrel: bootCompleted\nostrel: getState\nostrel: state=PREPARING\nostrel: setTest\nostrel: test=%s\n' "$run")" \
-    "$(log setTest s "$run")"
-check "runStart in PREPARING answers true" "true" "$(call runStart)"
-answer=$(call getTest)
-check "runStart then getTest: the lines in order" \
-    "$(lit 'ostrel: runStart\nostrel: getTest\nostrel: test=%s\n' "$(field "$answer" 1)")" "$(value "$answer" 2)"
+check "bootCompleted in IDLE: PREPARING; setTest's log holds the value methods' lines before its own" \
+    "true 1 $(lit 'ostrel: bootCompleted\nostrel: getState\nostrel: state=PREPARING\nostrel: setTest\nostrel: test=%s\n' "$run")" \
+    "$(call bootCompleted) $(call getState) $(log setTest s "$run")"
+started=$(call runStart); answer=$(call getTest)
+check "runStart in PREPARING answers true; then getTest: the lines in order" \
+    "true $(lit 'ostrel: runStart\nostrel: getTest\nostrel: test=%s\n' "$(field "$answer" 1)")" "$started $(value "$answer" 2)"
 
-check "runAbort in RUNNING: COMPLETING" "true 3" "$(call runAbort) $(call getState)"
-answer=$(call getResult)
-check "getResult's log: the abort's and the state's lines, then its own" \
-    "$(lit 'ostrel: runAbort\nostrel: getState\nostrel: state=COMPLETING\nostrel: getResult\nostrel: result=%s\n' "$(field "$answer" 1)")" \
-    "$(value "$answer" 2)"
+aborted="$(call runAbort) $(call getState)"; answer=$(call getResult)
+check "runAbort in RUNNING: COMPLETING; getResult's log: the abort's and the state's lines, then its own" \
+    "true 3 $(lit 'ostrel: runAbort\nostrel: getState\nostrel: state=COMPLETING\nostrel: getResult\nostrel: result=%s\n' "$(field "$answer" 1)")" \
+    "$aborted $(value "$answer" 2)"
 
 stop_service
 jq -c '.current_state = 7' "$PLAN" > /tmp/plan && cp /tmp/plan "$PLAN"
 start_service
-check "a stored state of 7 reads as 0" "0" "$(call getState)"
-check "after a restart the first answer starts with the constructor's line again" \
-    "$(lit 'ostrel: Ostrel\nostrel: getState\nostrel: state=IDLE\nostrel: clearConfig\n')" "$(log clearConfig)"
+check "after a restart a stored state of 7 reads as 0; the first answer starts with the constructor's line again" \
+    "0 $(lit 'ostrel: Ostrel\nostrel: getState\nostrel: state=IDLE\nostrel: clearConfig\n')" "$(call getState) $(log clearConfig)"
 finish

@@ -1,6 +1,5 @@
-# ostrelctl report on archives made here: the exit status of whole ones; for a bad
-# command line or an archive not Ostrel's, truncated or hostile, exit 2, one
-# message and nothing written. Runs in the device sandbox without a bus.
+# ostrelctl report on archives made here, in the sandbox without a bus: the exit status of
+# whole ones; a bad command line or an archive not Ostrel's, truncated or hostile: exit 2, one message, nothing written.
 source "$(dirname "$0")/../e2e/lib.sh"
 mkdir -p /tmp/archives && cd /tmp/archives
 
@@ -41,9 +40,8 @@ open("crc.zip", "wb").write(damaged)
 PY
 mkfifo fifo.zip
 
-# The sandbox's writable places, which report must leave as they are: files with
-# size and time, folders by name only (a sanitizer's runtime adds and removes a
-# file in /tmp), the project's tree left out (CTest writes its logs there).
+# The sandbox's writable places, which report must leave as they are: files with size and
+# time, folders by name only (a sanitizer's runtime uses /tmp), not the project's tree (CTest's logs).
 listing() {
     find /tmp /data /run \( -path "$OSTREL_SOURCE_DIR" -o -path "$OSTREL_BUILD_DIR" \) -prune -o \
         \( -type d -printf '%p\n' \) -o -printf '%p %s %T@\n' 2>/dev/null | sort

@@ -60,10 +60,6 @@ class OstrelHidlTest : public ::testing::Test {
     bool clearConfig() { return answer<bool>(&IOstrel::clearConfig); }
     bool setTest(const std::string& plan) { return answer<bool>(&IOstrel::setTest, plan); }
     bool setConfig(const std::string& config) { return answer<bool>(&IOstrel::setConfig, config); }
-    bool installTesters() {
-        return answer<bool>(&IOstrel::installTesters, hidl_string("tester.apk"),
-                            hidl_array<uint8_t, 65536>(), 3u);
-    }
 
     // Brings the machine to PREPARING by the events each state answers to.
     void toPreparing() {
@@ -86,7 +82,8 @@ class OstrelHidlTest : public ::testing::Test {
         EXPECT_TRUE(setTest(kPlan));
         EXPECT_TRUE(setConfig("{}"));
         EXPECT_TRUE(clearConfig());
-        EXPECT_TRUE(installTesters());
+        EXPECT_TRUE(answer<bool>(&IOstrel::installTesters, hidl_string("tester.apk"),
+                                 hidl_array<uint8_t, 65536>(), 3u));
         for (auto event : events) EXPECT_TRUE(ok(((*ostrel).*event)()));
         EXPECT_EQ(getConfig(), "");
         EXPECT_EQ(getTest(), plan);
