@@ -141,9 +141,8 @@ class OstrelFSM {
     bool waitForTick(uint32_t run);
     bool runIsCurrent(uint32_t run) const { return runGeneration.load() == run; }
     void terminateExecutorGroup();
-    // Appends the last line of |path| for run |run|: while it is current, or
-    // in its monitor's last passes once it has |ended|.
-    bool appendForRun(const char* path, uint32_t run, bool ended);
+    // Appends the last line of |path| to the copy, locked, for a run's monitor.
+    void appendForRun(const char* path);
 
     ReplyLogSink* owner;
     OstrelFSMData data;

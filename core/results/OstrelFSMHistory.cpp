@@ -48,15 +48,13 @@ OstrelFSM::HistoryWatch OstrelFSM::watchDBHistory() {
     return watch;
 }
 
-// While the run is current a line is appended only if it still is when the
-// copy is locked. Once the run has ended, its monitor collects what is still
-// pending; the end of the run holds the event lock until the monitor is joined,
-// so no later run can clear or move the copy meanwhile.
-bool OstrelFSM::appendForRun(const char* path, uint32_t run, bool ended) {
+// Appends for the monitor's own run, also once the run has ended: a change read
+// as the run ends is still the run's. The event that ends a run holds the event
+// lock until the run's monitor is joined, so no later run can clear or move the
+// copy meanwhile.
+void OstrelFSM::appendForRun(const char* path) {
     std::lock_guard<std::mutex> lock(historyMutex);
-    if (!ended && !runIsCurrent(run)) return false;
     appendLastLine(path);
-    return true;
 }
 
 // Runs until run |run| ends; the end of the run wakes it through its wake
@@ -82,7 +80,7 @@ void OstrelFSM::monitorDBHistoryThread(HistoryWatch watch, uint32_t run) {
             }
             // A file that appeared during the run holds a new crash already.
             // While its watch keeps failing this is repeated on every pass.
-            if (!f.readableAtStart) appendForRun(f.path, run, ended);
+            if (!f.readableAtStart) appendForRun(f.path);
         }
         // A missing file is looked for again every retry period.
         bool bothWatched = files[0].wd != -1 && files[1].wd != -1;
@@ -107,9 +105,9 @@ void OstrelFSM::monitorDBHistoryThread(HistoryWatch watch, uint32_t run) {
             off += sizeof(struct inotify_event) + event.len;
             if (event.mask & kSkippedEvents) continue;
             if (event.wd == files[0].wd) {
-                appendForRun(files[0].path, run, ended);
+                appendForRun(files[0].path);
             } else if (event.wd == files[1].wd) {
-                appendForRun(files[1].path, run, ended);
+                appendForRun(files[1].path);
             }
         }
         memset(buf, 0, sizeof(buf));
