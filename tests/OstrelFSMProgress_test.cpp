@@ -16,7 +16,6 @@ Testcase counted(bool isRound, int value, int current, int target, bool select =
     return t;
 }
 
-// A machine in RUNNING with the given test cases and run flags.
 OstrelFSM& machineWith(const std::vector<Testcase>& plan, bool runStart = true,
                        bool runFinished = false) {
     writeFile(kPlanFile, planJson(RUNNING, runStart, runFinished, plan));

@@ -1,7 +1,6 @@
 // An abort that meets the executor's own end: RUN_ABORT from the client's thread
 // while another thread reaps the supervisor and sends RUN_FINISHED, as the tick
-// thread does. The suite name starts with "Race" so that the ThreadSanitizer
-// build can select it (ctest --preset tsan -R Race).
+// thread does ("Race" selects it: ctest --preset tsan -R Race).
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 

@@ -99,9 +99,8 @@ TEST(OstrelFSMRunEnd, CrashLineWrittenAsTheRunStartsIsCollected) {
     }
 }
 
-// The end of a run does not cut the monitor short: a line written just before
-// the abort, in a file that exists or in one that appears, is in the copy when
-// the abort returns (twice when the monitor saw the new file before the line).
+// A line written just before the abort, in a file that exists or that appears, is
+// in the copy when the abort returns (twice if the monitor saw the new file first).
 TEST(OstrelFSMRunEnd, CrashLineWrittenJustBeforeTheEndIsCollected) {
     for (bool existsBefore : {true, false}) {
         unlink(kShortHistoryPath);

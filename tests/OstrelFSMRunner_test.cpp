@@ -53,7 +53,6 @@ TEST(OstrelFSMRunner, CommandLineCarriesWhatIsLeftOfEachSelectedTestCase) {
                        "say g 0 say h -2  say \n  i  2 " + big + " 1  2  3";
     EXPECT_TRUE(contains(err.text(), diagnostic("ostrel: run executor command: " + line + "\n")))
             << err.text().substr(0, 2000);
-
     // The executor gets the words of that line.
     EXPECT_TRUE(contains(executorLog(), "arguments: say a -2 say b 1 say c 2 say d 0 say e 5 "
                                         "say f 1 say g 0 say h -2 say i 2 " + big + " 1 2 3\n"));

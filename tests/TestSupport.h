@@ -77,7 +77,6 @@ struct Testcase {
     bool select = true;
     int currentTime = 0, targetTime = 0, currentRound = 0, targetRound = 0;
 };
-// Test cases whose command is the string |command|, counted in rounds or hours.
 Testcase rounds(const std::string& command, int value);
 Testcase hours(const std::string& command, int value);
 std::string planJson(int state, bool runStart, bool runFinished,

@@ -49,8 +49,7 @@ result: fail (1 pass, 2 fail, 2 unknown)
 EOF
 )" "$(report text | head -12; tail -1 /tmp/report.out)"
 
-# The log's last line as the report gives it: the plan's control byte becomes U+FFFD
-# (the line may be the restarted executor's first, which lists its arguments).
+# The log's last line as the report gives it (the plan's control byte as U+FFFD).
 log() { unzip -p "$archive" qav/kelbrun/kelbrun_log.txt; }
 check "json: exit 1; each test case; run, counts, crash history, the executor log's size and last line" \
     "$(printf '%s\n' "exit 1" '[["greeting","rounds","rounds",2,null,2,"unknown"],["crash lines","rounds","rounds",1,null,1,"unknown"],["warm-up","hours","seconds",0,0,null,"pass"],["reboots","boots","boots",3,1,null,"fail"]]' \
