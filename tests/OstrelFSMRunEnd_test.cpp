@@ -3,6 +3,7 @@
 // one event writes the plan once. Ticks are shortened through setRunTimings.
 #include <gtest/gtest.h>
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <memory>
@@ -152,4 +153,86 @@ TEST(OstrelFSMRunEnd, AnEventWritesThePlanOnceAndAReadWritesNothing) {
     OstrelFSMData written;
     for (int i = 0; i < 50; i++) EXPECT_EQ(written.getTestcaseCurrentTime(i), 10) << i;
     m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
+}
+
+// Every supervisor of an ended run is reaped by the next event at the latest, and
+// a child of an earlier run (aborted, or replaced by a second start in the same
+// run) never delays the current run's end: it is seen at the first tick.
+TEST(OstrelFSMRunEnd, ChildrenOfEarlierRunsNeverDelayTheCurrentRunsEnd) {
+    auto m = fastMachine({hours("sleep 60", 1)});
+    const int idle = threadCount();
+    for (int run = 1; run <= 3; run++) {
+        ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+        pid_t supervisor = m->executorPid();
+        ASSERT_TRUE(m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
+        ASSERT_TRUE(waitFor([&] { return processState(supervisor) == 'Z' || !isLive(supervisor); }, 5));
+        answer(*m, GET_RESULT);
+        EXPECT_EQ(processState(supervisor), 0) << "run " << run << " left a zombie";
+    }
+
+    answer(*m, SET_TEST, nullptr, planJson(PREPARING, false, false, {hours("sleep 0.2", 1)}));
+    m->setRunTimings(std::chrono::seconds(1), std::chrono::milliseconds(20));
+    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    pid_t first = m->executorPid();
+    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    EXPECT_NE(m->executorPid(), first);
+    EXPECT_EQ(threadCount(), idle + 2) << "one tick thread and one monitor";
+    ASSERT_TRUE(waitFor([&] { return m->getState() == COMPLETING; }, 10));
+    EXPECT_EQ(OstrelFSMData().getTestcaseCurrentTime(0), 10) << "the end was seen after the first tick";
+    EXPECT_EQ(processState(first), 0);
+}
+
+// A FIFO at each crash-history path is ignored with one line each; a monitor held
+// up in the history copy (a FIFO there) is left behind after a bound, appends to
+// no later run's copy, and the next run collects as usual.
+TEST(OstrelFSMRunEnd, FilesThatBlockNeverHoldUpTheEndOfARun) {
+    auto m = fastMachine({hours("sleep 60", 1)});
+    auto timedAbort = [&] {
+        auto t0 = std::chrono::steady_clock::now();
+        EXPECT_TRUE(m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    };
+    StderrCapture diag;
+    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    for (const char* path : {kShortHistoryPath, kLongHistoryPath}) {
+        unlink(path);
+        ASSERT_EQ(mkfifo(path, 0600), 0);
+    }
+    usleep(300 * 1000);
+    EXPECT_LT(timedAbort(), 1.0);
+    // A writer on each FIFO from now on: an open blocked in one goes on.
+    int writers[] = {open(kShortHistoryPath, O_RDWR), open(kLongHistoryPath, O_RDWR)};
+    answer(*m, GET_RESULT);
+
+    for (const char* path : {kShortHistoryPath, kLongHistoryPath}) unlink(path);
+    writeFile(kShortHistoryPath, "");
+    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    unlink(kHistoryCopy);
+    ASSERT_EQ(mkfifo(kHistoryCopy, 0600), 0);
+    appendFile(kShortHistoryPath, "held up\n");
+    usleep(200 * 1000);
+    std::promise<void> aborted;
+    std::thread rescue([done = aborted.get_future()] {  // a reader, should the abort hang
+        if (done.wait_for(std::chrono::seconds(3)) != std::future_status::ready)
+            close(open(kHistoryCopy, O_RDONLY | O_NONBLOCK));
+    });
+    EXPECT_LT(timedAbort(), 1.0);
+    aborted.set_value();
+    int reader = open(kHistoryCopy, O_RDONLY | O_NONBLOCK);  // the held-up open goes on
+    unlink(kHistoryCopy);
+    rescue.join();
+    answer(*m, GET_RESULT);
+
+    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    appendFile(kShortHistoryPath, "next run\n");
+    EXPECT_TRUE(waitFor([] { return readFile(kHistoryCopy) == "next run\n"; }, 2)) << readFile(kHistoryCopy);
+    m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
+    diag.restore();
+    for (const char* path : {kShortHistoryPath, kLongHistoryPath}) {
+        std::string line = diagnostic(std::string("ostrel: ") + path + " is not a regular file, ignored\n");
+        size_t first = diag.text().find(line);
+        EXPECT_TRUE(first != std::string::npos && diag.text().find(line, first + 1) == std::string::npos) << path;
+    }
+    EXPECT_TRUE(contains(diag.text(), "did not stop, left behind"));
+    for (int fd : {writers[0], writers[1], reader}) close(fd);
 }

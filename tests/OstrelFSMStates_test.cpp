@@ -119,16 +119,25 @@ TEST(OstrelFSMStates, RefusalsAndTheWayOutOfIdle) {
     }
     EXPECT_EQ(m.getState(), PREPARING);
 
+    // A restart between the two writes of a run's end finds RUNNING with both flags:
+    // the run had ended, so it resumes in COMPLETING and starts nothing.
     struct Case {
+        PlannerFSMState stored;
         bool runStart, runFinished;
         PlannerFSMState after;
-    } cases[] = {{false, false, PREPARING}, {false, true, PREPARING},
-                 {true, false, RUNNING}, {true, true, COMPLETING}};
+    } cases[] = {{IDLE, false, false, PREPARING}, {IDLE, false, true, PREPARING},
+                 {IDLE, true, false, RUNNING},    {IDLE, true, true, COMPLETING},
+                 {RUNNING, true, true, COMPLETING}};
     for (const Case& c : cases) {
-        writeFile(kPlanFile, planJson(IDLE, c.runStart, c.runFinished, {}));
-        OstrelFSM idle(nullptr);
-        EXPECT_TRUE(idle.sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
-        EXPECT_EQ(idle.getState(), c.after);
+        writeFile(kPlanFile, planJson(c.stored, c.runStart, c.runFinished, {rounds("sleep 60", 1)}));
+        OstrelFSM m(nullptr);
+        EXPECT_EQ(m.getState(), c.stored);
+        EXPECT_TRUE(m.sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
+        EXPECT_EQ(m.getState(), c.after);
         EXPECT_EQ(OstrelFSM(nullptr).getState(), c.after) << "not persisted";
+        EXPECT_EQ(m.executorPid(), 0) << "an executor was started";
+        if (c.after != COMPLETING) continue;
+        writeFile(kHistoryCopy, "crash\n");
+        EXPECT_FALSE(answer(m, GET_RESULT).empty());
     }
 }

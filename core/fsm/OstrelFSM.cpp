@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -56,26 +57,49 @@ void OstrelFSM::enterEvent() {
     data.holdWrites();
 }
 
-// At the end of the outermost event the plan is written once, and the threads
-// of an ended run are joined: monitors at once, so that their last passes end
-// before another event can clear or move the history copy; tick threads, which
-// may be waiting for the event lock, are handed out to be joined after it is
-// released. A thread never joins itself: it ends by itself and a later event
-// joins it.
+// At the end of the outermost event the plan is written once, ended
+// supervisors are reaped, and the threads of an ended run are joined: monitors
+// at once (within a bound), so that their last passes end before another event
+// can clear or move the history copy; tick threads, which may be waiting for the
+// event lock, are handed out to be joined after it is released. A thread never
+// joins itself: it ends by itself and a later event joins it.
 void OstrelFSM::leaveEvent(std::vector<EndedThread>* ended) {
     data.releaseWrites();
     if (--eventDepth > 0) return;
+    reapEndedSupervisors();
     std::thread::id self = std::this_thread::get_id();
     std::vector<EndedThread> monitors;
     for (auto it = endedThreads.begin(); it != endedThreads.end();) {
-        if (it->thread->get_id() == self) {
+        bool stillRunning = it->leftBehind && it->done.wait_for(std::chrono::seconds(0)) !=
+                                                      std::future_status::ready;
+        if (it->thread->get_id() == self || stillRunning) {
             ++it;
             continue;
         }
-        (it->monitor ? monitors : *ended).push_back(*it);
+        (it->monitor ? monitors : *ended).push_back(std::move(*it));
         it = endedThreads.erase(it);
     }
-    joinEndedThreads(monitors);
+    joinOrLeaveMonitors(monitors);
+}
+
+// A monitor left behind is handed here only once it has stopped.
+void OstrelFSM::joinOrLeaveMonitors(std::vector<EndedThread>& monitors) {
+    std::vector<EndedThread> stopped;
+    for (EndedThread& t : monitors) {
+        if (t.leftBehind || t.done.wait_for(kMonitorJoinBound) == std::future_status::ready) {
+            stopped.push_back(std::move(t));
+            continue;
+        }
+        // Blocked in a file: it may no longer append, and is joined once it stops.
+        uint32_t floor = monitorFloor.load();
+        while (floor <= t.run && !monitorFloor.compare_exchange_weak(floor, t.run + 1)) {
+        }
+        error("ostrel: history monitor of run %d did not stop, left behind", static_cast<int>(t.run));
+        t.leftBehind = true;
+        endedThreads.push_back(std::move(t));
+    }
+    monitors.clear();
+    joinEndedThreads(stopped);
 }
 
 void OstrelFSM::joinEndedThreads(std::vector<EndedThread>& ended) {
@@ -85,6 +109,17 @@ void OstrelFSM::joinEndedThreads(std::vector<EndedThread>& ended) {
         if (t.wakeFd >= 0) close(t.wakeFd);
     }
     ended.clear();
+}
+
+void OstrelFSM::reapEndedSupervisors() {
+    for (auto it = unreapedSupervisors.begin(); it != unreapedSupervisors.end();) {
+        int status = 0;
+        if (waitpid(*it, &status, WNOHANG) == 0) {
+            ++it;  // not ended yet: a later event or tick reaps it
+        } else {
+            it = unreapedSupervisors.erase(it);
+        }
+    }
 }
 
 // |data| (the installTesters array) is read by no handler.
@@ -125,10 +160,11 @@ bool OstrelFSM::waitForTick(uint32_t run) {
     return !tickWake.wait_for(lock, tickPeriod, [&] { return !runIsCurrent(run); });
 }
 
-// One TICK per period, then a reap of any ended child; the run's end is sent
-// when the reaped child is the executor's supervisor. Both happen under the
-// event lock and only while the thread's run is the current one, so a thread of
-// an ended run never counts a tick or reaps the next run's supervisor.
+// One TICK per period, then a reap of every child that has ended; the run's end
+// is sent when one of them is the current executor's supervisor. Both happen
+// under the event lock and only while the thread's run is the current one, so a
+// thread of an ended run never counts a tick or reaps the next run's supervisor,
+// and a child of an earlier run never delays the current run's end.
 void OstrelFSM::tickThread(uint32_t run) {
     while (waitForTick(run)) {
         std::vector<EndedThread> ended;
@@ -138,12 +174,17 @@ void OstrelFSM::tickThread(uint32_t run) {
             enterEvent();
             sendEvent(TICK, nullptr, nullptr, kTickSeconds, 0);
             int status = 0;
-            pid_t pid = waitpid(-1, &status, WNOHANG);
-            // Other children reaped here are dropped on purpose.
-            int32_t executor = executorProcessId.load();
-            if (executor >= 1 && pid == executor) {
-                error("ostrel: send finished event, process : %d, status : 0x%04X", pid, status);
-                sendEvent(RUN_FINISHED, nullptr, nullptr, 0, 0);
+            pid_t pid;
+            while ((pid = waitpid(-1, &status, WNOHANG)) > 0) {
+                auto& pending = unreapedSupervisors;
+                pending.erase(std::remove(pending.begin(), pending.end(), pid), pending.end());
+                // Other children reaped here are dropped on purpose.
+                int32_t executor = executorProcessId.load();
+                if (executor >= 1 && pid == executor) {
+                    error("ostrel: send finished event, process : %d, status : 0x%04X", pid, status);
+                    sendEvent(RUN_FINISHED, nullptr, nullptr, 0, 0);
+                }
+                status = 0;
             }
             leaveEvent(&ended);
         }
@@ -166,9 +207,10 @@ void OstrelFSM::stopRunThreads() {
             error("ostrel: wake monitor (errno:%d, %s)\n", err, strerror(err));
         }
     }
-    endedThreads.push_back({tickThreadHandle, -1, false});
+    uint32_t ended = runGeneration.load() - 1;
+    endedThreads.push_back({tickThreadHandle, -1, false, ended, {}, false});
     if (monitorThreadHandle != nullptr) {
-        endedThreads.push_back({monitorThreadHandle, monitorWakeFd, true});
+        endedThreads.push_back({monitorThreadHandle, monitorWakeFd, true, ended, monitorDone, false});
     }
     tickThreadHandle = nullptr;
     monitorThreadHandle = nullptr;

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <ctime>
+#include <future>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -37,6 +38,8 @@ constexpr const char* kLongHistoryPath = "/data/vendor/brvlog/fyr_exp/db_history
 constexpr int kTickSeconds = 10;
 // A missing crash-history file is looked for again this often.
 constexpr std::chrono::milliseconds kHistoryRetry{1000};
+// How long the end of a run waits for its history monitor before leaving it behind.
+constexpr std::chrono::milliseconds kMonitorJoinBound{500};
 
 class OstrelFSM {
   public:
@@ -85,6 +88,7 @@ class OstrelFSM {
             const char* path;
             int wd;
             bool readableAtStart;
+            bool ignored;  // not a regular file: reported once, never read
         };
         int fd;      // the inotify instance, -1 when there is none
         int wakeFd;  // readable once the run has ended
@@ -95,6 +99,10 @@ class OstrelFSM {
     std::string getLastLine(std::string path);
     bool appendLastLine(std::string path);
     bool saveDBHistory(char* hisfilename);
+    // A descriptor of |path| if it is a regular file, opened without blocking;
+    // -1 when it cannot be opened, kNotRegular for a FIFO, device or directory.
+    static constexpr int kNotRegular = -2;
+    static int openRegular(const char* path);
 
     // The configuration list as JSON text (malloc'd; the caller frees it), or null.
     char* getConfig();
@@ -127,6 +135,9 @@ class OstrelFSM {
         std::thread* thread;
         int wakeFd;  // closed once the thread is joined; -1 for none
         bool monitor;
+        uint32_t run;
+        std::shared_future<void> done;  // a monitor's: ready once its body returned
+        bool leftBehind;                // a monitor that did not stop within the bound
     };
     // Outermost-event bookkeeping: writes are held for the whole event; a monitor
     // of a run that ended is joined before the event lock is released (it never
@@ -134,6 +145,11 @@ class OstrelFSM {
     void enterEvent();
     void leaveEvent(std::vector<EndedThread>* ended);
     void joinEndedThreads(std::vector<EndedThread>& ended);
+    // Joins an ended run's monitor within kMonitorJoinBound, or leaves it behind
+    // (it may no longer append) to be joined once it has stopped.
+    void joinOrLeaveMonitors(std::vector<EndedThread>& monitors);
+    // Reaps, without blocking, the supervisors of ended or replaced executors.
+    void reapEndedSupervisors();
     bool dispatch(PlannerEvent event, char* input, int value, long buf_fp);
     // Wakes the current run's threads and hands them over to be joined.
     void stopRunThreads();
@@ -141,8 +157,9 @@ class OstrelFSM {
     bool waitForTick(uint32_t run);
     bool runIsCurrent(uint32_t run) const { return runGeneration.load() == run; }
     void terminateExecutorGroup();
-    // Appends the last line of |path| to the copy, locked, for a run's monitor.
-    void appendForRun(const char* path);
+    // Appends the last line of |file| to the copy, locked, for the monitor of run
+    // |run|; a file that is not a regular file is reported once and never read.
+    void appendForRun(HistoryWatch::File& file, uint32_t run);
 
     ReplyLogSink* owner;
     OstrelFSMData data;
@@ -164,8 +181,13 @@ class OstrelFSM {
     std::mutex wakeMutex;
     std::condition_variable tickWake;
     int monitorWakeFd = -1;
+    std::shared_future<void> monitorDone;
     // Serialises appends to the history copy with its reset at a run start.
     std::mutex historyMutex;
+    // Monitors of runs below this one were left behind and may not append.
+    std::atomic<uint32_t> monitorFloor{0};
+    // Supervisors that ended their run (or were replaced) and are not reaped yet.
+    std::vector<pid_t> unreapedSupervisors;
     std::vector<EndedThread> endedThreads;
     std::chrono::milliseconds tickPeriod{std::chrono::seconds(kTickSeconds)};
     std::chrono::milliseconds historyRetry{kHistoryRetry};

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -72,8 +73,11 @@ bool OstrelFSM::runTestcases() {
     for (size_t w = 0; w < words.size(); w++) argv[w] = &words[w][0];
     argv[words.size()] = nullptr;
     // A second start in the same run replaces the threads, so ticks are never
-    // counted twice.
+    // counted twice; the earlier supervisor is reaped when it ends, without
+    // ending the run.
     stopRunThreads();
+    int32_t previous = executorProcessId.load();
+    if (previous >= 1) unreapedSupervisors.push_back(previous);
     uint32_t run = runGeneration.load();
     // The crash-history files are watched before the executor can write them,
     // and the plan is on disk before the executor runs.
@@ -91,7 +95,12 @@ bool OstrelFSM::runTestcases() {
     watch.wakeFd = monitorWakeFd;
     threadsRunning.store(true);
     tickThreadHandle = new std::thread(&OstrelFSM::tickThread, this, run);
-    monitorThreadHandle = new std::thread(&OstrelFSM::monitorDBHistoryThread, this, watch, run);
+    auto done = std::make_shared<std::promise<void>>();
+    monitorDone = done->get_future().share();
+    monitorThreadHandle = new std::thread([this, watch, run, done] {
+        monitorDBHistoryThread(watch, run);
+        done->set_value();
+    });
     return true;
 }
 

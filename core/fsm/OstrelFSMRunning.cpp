@@ -28,9 +28,13 @@ bool OstrelFSM::running(PlannerEvent event, char*, char*, int value, long buf_fp
     switch (event) {
         case BOOT_COMPLETED:
             // A run restored after a reboot or a restart has no executor yet.
-            if (live() && executorProcessId.load() < 1) {
+            if (executorProcessId.load() >= 1) return true;
+            if (live()) {
                 updateRunningTestcasesTick(0, true);
                 sendEvent(RUN_START, nullptr, nullptr, 0, 0);
+            } else if (data.getRunStart() && data.getRunFinished()) {
+                // A restart came between the end's two writes: the run had ended.
+                data.setState(COMPLETING);
             }
             return true;
         case GET_TEST: {
@@ -64,8 +68,13 @@ void OstrelFSM::endRun() {
     // termination resumes in COMPLETING.
     if (data.getRunStart() && !data.getRunFinished()) data.setRunFinished(true);
     data.commitWrites();
+    int32_t supervisor = executorProcessId.load();
     terminateExecutorGroup();
     executorProcessId.store(-1);
+    // Reaped once the whole termination is done: an unreaped leader still
+    // answers the group probes above. What has not ended yet is reaped later.
+    if (supervisor >= 1) unreapedSupervisors.push_back(supervisor);
+    reapEndedSupervisors();
     stopRunThreads();
     data.setState(COMPLETING);
     sendEvent(RUN_FINISHED, nullptr, nullptr, 0, 0);

@@ -84,9 +84,10 @@ int OstrelFSM::collect_files(ZipWriter& writer, const char* dir) {
             break;
         }
         if (!isDir) {
-            // A file that cannot be opened stays an empty entry.
+            // A file that cannot be opened, or is no regular file (a FIFO
+            // would block the walk), stays an empty entry.
             std::vector<char> buf(kCopyChunk, 0);
-            int fd = open(path.c_str(), O_RDONLY);
+            int fd = openRegular(path.c_str());
             if (fd >= 0) {
                 while (true) {
                     ssize_t n = read(fd, buf.data(), buf.size());

@@ -2,6 +2,7 @@
 // crash-history files appends their last line to the run's history copy, which
 // is moved beside the result archive at the end of the run.
 #include <android/log.h>
+#include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/select.h>
 #include <sys/stat.h>
@@ -21,16 +22,27 @@ namespace {
 constexpr uint32_t kWatchMask = IN_MODIFY | IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr uint32_t kSkippedEvents = IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED;
 constexpr size_t kEventBufferSize = 1024;
-
 }  // namespace
+
+// O_NONBLOCK: an ordinary open of a FIFO without a writer would block.
+int OstrelFSM::openRegular(const char* path) {
+    int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return -1;
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        close(fd);
+        return kNotRegular;
+    }
+    return fd;
+}
 
 // Notes which crash-history files exist and watches them. Called before the
 // executor starts: a file its first crash creates is then taken as new.
 OstrelFSM::HistoryWatch OstrelFSM::watchDBHistory() {
     HistoryWatch watch = {-1,
                           -1,
-                          {{kShortHistoryPath, -1, access(kShortHistoryPath, R_OK) == 0},
-                           {kLongHistoryPath, -1, access(kLongHistoryPath, R_OK) == 0}}};
+                          {{kShortHistoryPath, -1, access(kShortHistoryPath, R_OK) == 0, false},
+                           {kLongHistoryPath, -1, access(kLongHistoryPath, R_OK) == 0, false}}};
     watch.fd = inotify_init1(IN_CLOEXEC);
     if (watch.fd < 0) {
         int err = errno;
@@ -51,10 +63,18 @@ OstrelFSM::HistoryWatch OstrelFSM::watchDBHistory() {
 // Appends for the monitor's own run, also once the run has ended: a change read
 // as the run ends is still the run's. The event that ends a run holds the event
 // lock until the run's monitor is joined, so no later run can clear or move the
-// copy meanwhile.
-void OstrelFSM::appendForRun(const char* path) {
+// copy meanwhile; a monitor that was left behind instead appends nothing more.
+void OstrelFSM::appendForRun(HistoryWatch::File& file, uint32_t run) {
+    int fd = openRegular(file.path);
+    if (fd == kNotRegular) {
+        if (!file.ignored) error("ostrel: %s is not a regular file, ignored\n", file.path);
+        file.ignored = true;
+        return;
+    }
+    if (fd >= 0) close(fd);
     std::lock_guard<std::mutex> lock(historyMutex);
-    appendLastLine(path);
+    if (run < monitorFloor.load()) return;
+    appendLastLine(file.path);
 }
 
 // Runs until run |run| ends; the end of the run wakes it through its wake
@@ -80,7 +100,7 @@ void OstrelFSM::monitorDBHistoryThread(HistoryWatch watch, uint32_t run) {
             }
             // A file that appeared during the run holds a new crash already.
             // While its watch keeps failing this is repeated on every pass.
-            if (!f.readableAtStart) appendForRun(f.path);
+            if (!f.readableAtStart) appendForRun(f, run);
         }
         // A missing file is looked for again every retry period.
         bool bothWatched = files[0].wd != -1 && files[1].wd != -1;
@@ -105,9 +125,9 @@ void OstrelFSM::monitorDBHistoryThread(HistoryWatch watch, uint32_t run) {
             off += sizeof(struct inotify_event) + event.len;
             if (event.mask & kSkippedEvents) continue;
             if (event.wd == files[0].wd) {
-                appendForRun(files[0].path);
+                appendForRun(files[0], run);
             } else if (event.wd == files[1].wd) {
-                appendForRun(files[1].path);
+                appendForRun(files[1], run);
             }
         }
         memset(buf, 0, sizeof(buf));
@@ -125,8 +145,12 @@ void OstrelFSM::monitorDBHistoryThread(HistoryWatch watch, uint32_t run) {
 }
 
 std::string OstrelFSM::getLastLine(std::string path) {
-    FILE* fp = fopen(path.c_str(), "r");
-    if (fp == nullptr) return "";
+    int fd = openRegular(path.c_str());
+    FILE* fp = fd >= 0 ? fdopen(fd, "r") : nullptr;
+    if (fp == nullptr) {
+        if (fd >= 0) close(fd);
+        return "";
+    }
     std::string line;
     // Only the end of the file is read: back from the last byte (a final
     // newline excluded) to the newline before the last line.
