@@ -5,7 +5,10 @@
 // callback.
 #include <vendor/brevane/hardware/ostrel/2.0/IOstrel.h>
 
+#include <chrono>
 #include <cstdint>
+#include <cstdio>
+#include <thread>
 #include <vector>
 
 #include "HostTransport.h"
@@ -127,6 +130,24 @@ bool nameHasOwner(sdbus::IConnection& connection, const std::string& name) {
     return owned;
 }
 
+// A service that is starting (a restart, a boot) gets a few seconds to take its
+// name, as a HIDL client waits for a declared HAL; one line after the first second.
+bool waitForOwner(sdbus::IConnection& connection, const std::string& name,
+                  const std::string& instance) {
+    constexpr auto kPoll = std::chrono::milliseconds(20);
+    constexpr int kPollsPerSecond = 50;
+    constexpr int kSeconds = 5;
+    for (int poll = 0; poll < kSeconds * kPollsPerSecond; poll++) {
+        if (nameHasOwner(connection, name)) return true;
+        if (poll == kPollsPerSecond) {
+            fprintf(stderr, "Waited one second for %s/%s\n", "vendor.brevane.hardware.ostrel@2.0::IOstrel",
+                    instance.c_str());
+        }
+        std::this_thread::sleep_for(kPoll);
+    }
+    return nameHasOwner(connection, name);
+}
+
 }  // namespace
 }  // namespace host
 
@@ -139,7 +160,7 @@ bool nameHasOwner(sdbus::IConnection& connection, const std::string& name) {
         // 25-second default. A service that dies still ends the call with an error.
         connection->setMethodCallTimeout(UINT64_MAX);
         std::string name = host::busNameFor(serviceName);
-        if (!host::nameHasOwner(*connection, name)) return nullptr;
+        if (!host::waitForOwner(*connection, name, serviceName)) return nullptr;
         return new host::OstrelClient(std::move(connection), name,
                                       host::objectPathFor(serviceName));
     } catch (const sdbus::Error&) {

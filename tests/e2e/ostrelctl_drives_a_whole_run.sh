@@ -2,13 +2,19 @@
 # watched to its end, and the client's exit statuses and messages.
 source "$(dirname "$0")/lib.sh"
 
-check "no service: exit 3 and the reason" \
-    "3 ostrelctl: the Ostrel service (IOstrel/default) is not running or cannot be reached" \
-    "$(status_of ctl state) $(ctl state 2>&1)"
+check "no service: a few seconds' wait, a line after the first, then exit 3 and the reason" \
+    "$(printf '%s\n' "Waited one second for vendor.brevane.hardware.ostrel@2.0::IOstrel/default" \
+        "ostrelctl: the Ostrel service (IOstrel/default) is not running or cannot be reached" "exit 3")" \
+    "$(ctl state 2>&1; echo "exit $?")"
 check "--help explains a run's life; an unknown command: exit 2" "yes 2" \
     "$(yes_if grep '^The life of a run:' <<<"$(ctl --help)") $(status_of ctl frobnicate)"
 
+ctl state >/tmp/late.out 2>&1 &
+late=$!
+sleep 1.5
 start_service
+check "a client that calls as the service starts is answered" "0 IDLE" \
+    "$(status_of wait $late) $(tail -1 /tmp/late.out)"
 check "boot-completed, then --json state" 'bootCompleted: ok {"method":"getState","state":"PREPARING","value":1}' \
     "$(ctl boot-completed) $(ctl --json state)"
 check "get-config prints the configuration list as JSON, set-config takes it from standard input" \
