@@ -2,9 +2,11 @@
 # result), then a restart on the same data, as after a power cut: the plan loads
 # as last written, no counter goes back, a started run goes on. OSTREL_FAULT_KILLS
 # kills (default 20, long mode 200), OSTREL_FAULT_PACK_FILES 4.5 MB logs (2).
+# Kills during a run's end show that its group is signalled only once the finished
+# flag is on disk, and that a restart then resumes in COMPLETING.
 source "$(dirname "$0")/lib.sh"
 KILLS=${OSTREL_FAULT_KILLS:-20}
-kills=0 mid_pack=0 mid_tick=0 mid_store=0 stores=1 pack_ms=2000 scenario=start
+kills=0 mid_pack=0 mid_tick=0 mid_store=0 mid_end=0 stores=1 pack_ms=2000 scenario=start
 expect() { check "kill $kills, $scenario: $1" "$2" "$3"; }
 sleep_ms() { sleep "$(($1 / 1000)).$(printf %03d $(($1 % 1000)))"; }
 kill_service() { stop_service KILL; kills=$((kills + 1)); }
@@ -78,6 +80,34 @@ kill_during_tick() {
     restart_and_check
 }
 
+# runAbort, and a kill at a random moment of it or as soon as the executor is gone
+# (just after the signal). Before the finished flag is on disk no signal may have
+# been sent: the run then goes on after the restart, else it is COMPLETING.
+kill_during_end() {
+    [ "$(call getState)" != 3 ] || call getResult >/dev/null
+    [ "$(call getState)" == 2 ] || start_run
+    scenario=end
+    local exe groups deadline=$((SECONDS + 5))
+    exe=$(pgrep -o -f "^bash /vendor/bin/kelbrun ") || true
+    groups=$(ps -o pgid= --ppid "$SERVICE_PID" || true)
+    call runAbort >/dev/null &
+    if [ $((RANDOM % 4)) -eq 0 ]; then
+        sleep_ms $((RANDOM % 20))
+    else
+        while kill -0 "$exe" 2>/dev/null && [ $SECONDS -lt $deadline ]; do :; done
+    fi
+    kill -KILL "$SERVICE_PID"
+    wait $! 2>/dev/null || true
+    sleep 0.1
+    local flags; flags=$(jq -r '"\(.run_start) \(.run_finished) \(.current_state)"' "$PLAN")
+    [ "$flags" != "true true 2" ] || mid_end=$((mid_end + 1))
+    [ "${flags% *}" != "true false" ] || expect "no signal before the finished flag is on disk" \
+        yes "$(yes_if pgrep -f -r S,R,D "^bash /vendor/bin/kelbrun ")"
+    for g in $groups; do kill -KILL -- "-$g" 2>/dev/null || true; done
+    kill_service
+    restart_and_check
+}
+
 # Big logs in the executor's folder; getResult packing them is cut short within
 # the time a whole packing took.
 mkdir -p /data/template
@@ -110,10 +140,10 @@ kill_while_packing() {
 start_service
 expect "bootCompleted" true "$(call bootCompleted)"
 while :; do
-    for step in kill_while_storing start_run kill_during_tick kill_during_tick kill_while_packing; do
+    for step in kill_while_storing start_run kill_during_tick kill_during_end kill_during_end kill_while_packing; do
         [ "$kills" -lt "$KILLS" ] || break 2
         $step
     done
 done
-echo "$kills kills: $mid_store inside a write of the plan, $mid_tick inside a tick, $mid_pack while packing (window ${pack_ms} ms)"
+echo "$kills kills: $mid_store inside a write of the plan, $mid_tick inside a tick, $mid_end between a run end's two writes, $mid_pack while packing (window ${pack_ms} ms)"
 finish
