@@ -13,6 +13,9 @@
 //   ostrel_bench_bus result                    times one getResult
 //   ostrel_bench_bus firstcrash PID TRIES      runs whose executor writes a crash line
 //                                              at once: how many lines are collected
+//   ostrel_bench_bus runend PID CYCLES         time from the executor's end to
+//                                              COMPLETING, first and after CYCLES
+//                                              aborted runs, and zombie children
 #include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -20,6 +23,8 @@
 
 #include <vendor/brevane/hardware/ostrel/2.0/IOstrel.h>
 #include <sdbus-c++/sdbus-c++.h>
+
+#include <dirent.h>
 
 #include <cstring>
 #include <fstream>
@@ -361,6 +366,60 @@ int firstCrash(Bench& b, int tries) {
     return 0;
 }
 
+// Children of |pid| that have ended and were not reaped, from /proc.
+int zombieChildren(const std::string& pid) {
+    int n = 0;
+    DIR* d = opendir("/proc");
+    while (struct dirent* e = d ? readdir(d) : nullptr) {
+        std::ifstream in(std::string("/proc/") + e->d_name + "/stat");
+        std::string line;
+        if (!std::getline(in, line) || line.rfind(')') == std::string::npos) continue;
+        char state = 0;
+        long ppid = 0;
+        sscanf(line.c_str() + line.rfind(')') + 1, " %c %ld", &state, &ppid);
+        n += state == 'Z' && std::to_string(ppid) == pid;
+    }
+    if (d) closedir(d);
+    return n;
+}
+
+// A run whose executor ends at once: seconds from its end (its log's last line)
+// to COMPLETING, which the next tick (every 10 s) should see.
+double executorEndToCompleting(Bench& b) {
+    const char* log = "/data/vendor/qav/kelbrun/kelbrun_log.txt";
+    b.check(b.setTest("{\"not_set\":false,\"current_state\":1,\"run_start\":false,"
+                      "\"run_finished\":false,\"testcases\":[{\"name\":\"quick\",\"select\":true,"
+                      "\"command\":\"say quick\",\"testcase_value\":1,\"isRound\":true}]}"),
+            "setTest");
+    double t0 = nowSeconds(), ended = 0;
+    b.check(b.runStart(), "runStart");
+    while (b.state() == 2 && nowSeconds() - t0 < 3600) {
+        if (ended == 0) {
+            std::ifstream in(log);
+            std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+            if (text.find("kelbrun: done\n") != std::string::npos) ended = nowSeconds();
+        }
+        usleep(5000);
+    }
+    double completed = nowSeconds();
+    b.check(b.getResult(), "getResult");
+    return completed - (ended ? ended : t0);
+}
+
+int runEnd(Bench& b, int cycles) {
+    b.prepare();
+    double first = executorEndToCompleting(b);
+    b.check(b.setTest(benchPlan()), "setTest");
+    for (int i = 0; i < cycles; i++) b.check(b.cycle(), "runStart+runAbort+getResult");
+    int zombies = zombieChildren(b.pid);
+    double after = executorEndToCompleting(b);
+    row("executor's end to COMPLETING after " + std::to_string(cycles) +
+                " aborted runs (zombie children of the service after them: " +
+                std::to_string(zombies) + ")",
+        fmt("%.2f s", after), fmt("first run %.2f s", first), fmt("x%.2f", after / first));
+    return 0;
+}
+
 int memory(Bench& b, int calls, int tool, int cycles) {
     b.prepare();
     long idle = b.rss();
@@ -431,6 +490,10 @@ int main(int argc, char** argv) {
         if (phase == "firstcrash" && argc == 4) {
             Bench b(argv[2]);
             return firstCrash(b, atoi(argv[3]));
+        }
+        if (phase == "runend" && argc == 4) {
+            Bench b(argv[2]);
+            return runEnd(b, atoi(argv[3]));
         }
         if (phase == "complete" && argc == 2) {
             Bench b("self");

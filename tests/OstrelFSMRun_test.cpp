@@ -133,34 +133,3 @@ TEST(OstrelFSMRun, AbortWithoutExecutorAndResultsWithAndWithoutHistory) {
             << result;
     EXPECT_TRUE(fileExists(std::string(FSM_RESULT_DIR) + "/QAV" + match[1].str() + ".zip"));
 }
-
-TEST(OstrelFSMRun, BootTestResumesAfterRestartWithWhatIsLeft) {
-    Testcase boot = rounds("sleep 1 1 crash long boot", 3);
-    boot.isBootTest = true;
-    writeFile(kPlanFile, planJson(PREPARING, false, false, {boot}));
-
-    // The service before the reboot runs in a process of its own, which dies with
-    // its executor in the middle of the round.
-    pid_t service = fork();
-    if (service == 0) {
-        (new OstrelFSM(nullptr))->sendEvent(RUN_START, nullptr, nullptr, 0, 0);
-        while (true) pause();
-    }
-    ASSERT_TRUE(waitFor([] { return readFile(kHistoryCopy) == "boot 3\n"; }, 8));
-    pid_t oldGroup = numberAfter(executorLog(), ", group ");
-    kill(service, SIGKILL);
-    ASSERT_EQ(waitpid(service, nullptr, 0), service);
-    kill(-oldGroup, SIGKILL);
-
-    OstrelFSM& m = newMachine();
-    EXPECT_EQ(m.getState(), RUNNING);
-    EXPECT_TRUE(m.sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
-    EXPECT_EQ(m.planStore().getTestcaseCurrentRound(0), 1);
-    // Another boot completion while the executor runs changes nothing.
-    EXPECT_TRUE(m.sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
-    EXPECT_EQ(m.planStore().getTestcaseCurrentRound(0), 1);
-    // The executor runs again with the rounds that are left.
-    EXPECT_TRUE(waitFor([] { return readFile(kHistoryCopy) == "boot 3\nboot 2\n"; }, 8))
-            << readFile(kHistoryCopy);
-    EXPECT_TRUE(m.sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
-}

@@ -16,9 +16,17 @@
 namespace vendor::brevane::hardware::ostrel::core {
 
 bool OstrelFSM::forkAndExec(char** argv) {
+    // The supervisor closes its end of this pipe once its group exists, so that an
+    // abort right after the start finds the group to terminate.
+    int groupReady[2];
+    bool synced = pipe2(groupReady, O_CLOEXEC) == 0;
     pid_t pid = fork();
     if (pid == 0) {
         setsid();
+        if (synced) {
+            close(groupReady[0]);
+            close(groupReady[1]);
+        }
         // The run goes at the normal priority whatever the service's own is.
         if (setpriority(PRIO_PROCESS, 0, 0) != 0) {
             int err = errno;
@@ -30,8 +38,15 @@ bool OstrelFSM::forkAndExec(char** argv) {
         // locks that other threads held at fork time.
         _exit(1);
     }
+    int err = errno;
+    if (synced) {
+        close(groupReady[1]);
+        char c;
+        while (pid > 0 && read(groupReady[0], &c, 1) == -1 && errno == EINTR) {
+        }
+        close(groupReady[0]);
+    }
     if (pid < 1) {
-        int err = errno;
         executorProcessId.store(-1);
         error("ostrel: Cannot fork (errno:%d, %s)\n", err, strerror(err));
         return false;
