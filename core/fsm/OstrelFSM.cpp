@@ -14,6 +14,7 @@ namespace vendor::brevane::hardware::ostrel::core {
 OstrelFSM::OstrelFSM(ReplyLogSink* owner)
     : owner(owner),
       data(),
+      record(),
       executorProcessId(0),
       tickThreadHandle(nullptr),
       monitorThreadHandle(nullptr),
@@ -67,6 +68,7 @@ void OstrelFSM::leaveEvent(std::vector<EndedThread>* ended) {
     data.releaseWrites();
     if (--eventDepth > 0) return;
     reapEndedSupervisors();
+    record.commit();
     std::thread::id self = std::this_thread::get_id();
     std::vector<EndedThread> monitors;
     for (auto it = endedThreads.begin(); it != endedThreads.end();) {
@@ -114,9 +116,11 @@ void OstrelFSM::joinEndedThreads(std::vector<EndedThread>& ended) {
 void OstrelFSM::reapEndedSupervisors() {
     for (auto it = unreapedSupervisors.begin(); it != unreapedSupervisors.end();) {
         int status = 0;
-        if (waitpid(*it, &status, WNOHANG) == 0) {
+        pid_t reaped = waitpid(*it, &status, WNOHANG);
+        if (reaped == 0) {
             ++it;  // not ended yet: a later event or tick reaps it
         } else {
+            if (reaped == *it) record.executorReaped(reaped);
             it = unreapedSupervisors.erase(it);
         }
     }
@@ -178,10 +182,12 @@ void OstrelFSM::tickThread(uint32_t run) {
             while ((pid = waitpid(-1, &status, WNOHANG)) > 0) {
                 auto& pending = unreapedSupervisors;
                 pending.erase(std::remove(pending.begin(), pending.end(), pid), pending.end());
+                record.executorReaped(pid);
                 // Other children reaped here are dropped on purpose.
                 int32_t executor = executorProcessId.load();
                 if (executor >= 1 && pid == executor) {
                     error("ostrel: send finished event, process : %d, status : 0x%04X", pid, status);
+                    record.runEnded("executor");
                     sendEvent(RUN_FINISHED, nullptr, nullptr, 0, 0);
                 }
                 status = 0;

@@ -23,6 +23,7 @@
 #include "PlannerEvent.h"
 #include "PlannerState.h"
 #include "ReplyLogSink.h"
+#include "RunRecord.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
 
@@ -68,7 +69,8 @@ class OstrelFSM {
 
     // The end of a run in RUNNING: persists the finished flag, terminates the
     // executor's process group, ends the run's threads, moves to COMPLETING.
-    void endRun();
+    // |cause| goes to the run record unless an end is recorded already.
+    void endRun(const char* cause);
 
     // Test execution.
     bool runTestcases();
@@ -118,6 +120,7 @@ class OstrelFSM {
 
     // Views for tests and tools.
     OstrelFSMData& planStore() { return data; }
+    RunRecord& runRecord() { return record; }
     int32_t executorPid() const { return executorProcessId.load(); }
     bool threadsAreRunning() const { return threadsRunning.load(); }
     // The clock used for result names; tests replace it to name a result at a
@@ -163,6 +166,7 @@ class OstrelFSM {
 
     ReplyLogSink* owner;
     OstrelFSMData data;
+    RunRecord record;
     // The supervisor's process id, which is also the run's process-group id;
     // -1 once the group was terminated, 0 before any run in this process.
     std::atomic<int32_t> executorProcessId;

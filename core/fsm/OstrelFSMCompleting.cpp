@@ -72,6 +72,7 @@ bool OstrelFSM::completing(PlannerEvent event, char*, char*, int, long buf_fp) {
 
     packResults(zipfilename);
     bool saved = saveDBHistory(hisfilename);
+    record.moveBeside(zipfilename);
     if (out != nullptr && saved) {
         // The archive is named whether or not packing succeeded; the history decides.
         int n = fprintf(out, "%s, %s", zipfilename, hisfilename);

@@ -100,6 +100,8 @@ bool OstrelFSM::runKelbrun(char** argv) {
         }
     }
     error("ostrel: process %d back, status 0x%04X", pid, status);
+    // How the executor ended goes to the run record before the group is signalled.
+    if (ended) RunRecord::persistExecutorEnd(status);
 
     // Removes whatever the executor left in the group, and this process with it.
     pid_t group = getpgid(getpid());

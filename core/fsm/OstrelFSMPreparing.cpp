@@ -68,6 +68,7 @@ bool OstrelFSM::preparing(PlannerEvent event, char* input, char*, int, long buf_
             }
             data.setRunStart(true);
             data.setRunFinished(false);
+            record.runStarted(data.testcaseDefinitions());
             setRunningTestcasesTick();
             data.setState(RUNNING);
             sendEvent(RUN_START, nullptr, nullptr, 0, 0);

@@ -84,7 +84,7 @@ bool OstrelFSM::runTestcases() {
     HistoryWatch watch = watchDBHistory();
     data.commitWrites();
     // Without an executor the run ends only by runFinished or runAbort.
-    forkAndExec(argv);
+    if (forkAndExec(argv)) record.executorStarted(executorProcessId.load(), words);
     delete[] argv;
 
     monitorWakeFd = eventfd(0, EFD_CLOEXEC);

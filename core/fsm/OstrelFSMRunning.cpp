@@ -31,6 +31,7 @@ bool OstrelFSM::running(PlannerEvent event, char*, char*, int value, long buf_fp
             if (executorProcessId.load() >= 1) return true;
             if (live()) {
                 updateRunningTestcasesTick(0, true);
+                record.bootCounted();
                 sendEvent(RUN_START, nullptr, nullptr, 0, 0);
             } else if (data.getRunStart() && data.getRunFinished()) {
                 // A restart came between the end's two writes: the run had ended.
@@ -56,14 +57,15 @@ bool OstrelFSM::running(PlannerEvent event, char*, char*, int value, long buf_fp
             return true;
         case RUN_ABORT:
         case RUN_FINISHED:
-            endRun();
+            endRun(event == RUN_ABORT ? "runAbort" : "runFinished");
             return true;
         default:
             return true;
     }
 }
 
-void OstrelFSM::endRun() {
+void OstrelFSM::endRun(const char* cause) {
+    record.runEnded(cause);
     // The flag is written to disk before any signal, so a restart during
     // termination resumes in COMPLETING.
     if (data.getRunStart() && !data.getRunFinished()) data.setRunFinished(true);

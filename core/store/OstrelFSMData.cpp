@@ -356,3 +356,27 @@ char* OstrelFSMData::getJSON() {
 }
 
 }  // namespace vendor::brevane::hardware::ostrel::core
+
+namespace vendor::brevane::hardware::ostrel::core {
+
+std::string OstrelFSMData::testcaseDefinitions() {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> w(buffer);
+    w.StartArray();
+    for (int i = 0, n = getTestcasesLength(); i < n; i++) {
+        const char* name = stringOf(testcaseMember(i, "name"));
+        const char* command = getTestcaseCommand(i);
+        w.StartArray();
+        name ? w.String(name) : w.Null();
+        command ? w.String(command) : w.Null();
+        w.Int(getTestcaseValue(i));
+        w.Bool(getTestcaseIsRound(i));
+        w.Bool(getTestcaseIsBootTest(i));
+        w.Bool(getTestcaseIsSelect(i));
+        w.EndArray();
+    }
+    w.EndArray();
+    return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+}  // namespace vendor::brevane::hardware::ostrel::core

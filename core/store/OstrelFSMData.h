@@ -76,6 +76,11 @@ class OstrelFSMData {
     int getTestcaseTargetRound(int i);
     bool setTestcaseTargetRound(int i, int value);
 
+    // The test cases' definitions (name, command, value, isRound, isBootTest,
+    // select, in plan order, read as the getters read them) as compact JSON:
+    // the same plan gives the same text whatever its counters.
+    std::string testcaseDefinitions();
+
     // Whole-plan exchange with clients. getJSON's result is released with free().
     bool putJSON(const char* json);
     char* getJSON();

@@ -6,6 +6,7 @@
 # flag is on disk, and that a restart then resumes in COMPLETING.
 source "$(dirname "$0")/lib.sh"
 KILLS=${OSTREL_FAULT_KILLS:-20}
+RECORD=/data/vendor/qav/run/record.json
 kills=0 mid_pack=0 mid_tick=0 mid_store=0 mid_end=0 stores=1 pack_ms=2000 scenario=start
 expect() { check "kill $kills, $scenario: $1" "$2" "$3"; }
 sleep_ms() { sleep "$(($1 / 1000)).$(printf %03d $(($1 % 1000)))"; }
@@ -17,6 +18,7 @@ restart_and_check() {
     local file handed; file=$(cat "$PLAN")
     # Killed before a first plan was stored: the built-in placeholder, never handed out.
     handed=$file; [ "$(jq .not_set <<<"$file")" != true ] || handed=""
+    [ ! -e "$RECORD" ] || expect "the run record is whole" yes "$(yes_if jq -e .start "$RECORD")"
     start_service
     expect "the plan loads as last written" "$handed" "$(field "$(call getTest)" 1)"
     expect "the plan file is whole, its state loads as written; bootCompleted" \

@@ -1,0 +1,280 @@
+// The run record: kept in memory as a JSON document, written with a temporary
+// file, fsync and rename, so that a kill leaves the old or the new record.
+#include "RunRecord.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <openssl/sha.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <sstream>
+
+#include "DeviceIdentity.h"
+#include "JsonText.h"
+#include "OstrelLog.h"
+
+namespace vendor::brevane::hardware::ostrel::core {
+
+namespace {
+
+constexpr const char* kRecordTemp = "/data/vendor/qav/run/record.json.new";
+constexpr const char* kSideFilePrefix = "executor.";
+constexpr const char* kSideFileSuffix = ".end";
+
+std::string readSmallFile(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::string bootId() {
+    std::string id = readSmallFile("/proc/sys/kernel/random/boot_id");
+    while (!id.empty() && (id.back() == '\n' || id.back() == ' ')) id.pop_back();
+    return id;
+}
+
+std::string utcNow() {
+    time_t now = time(nullptr);
+    struct tm tm;
+    char text[32] = "";
+    if (now != static_cast<time_t>(-1) && gmtime_r(&now, &tm) != nullptr) {
+        strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &tm);
+    }
+    return text;
+}
+
+std::string sha256Hex(const std::string& bytes) {
+    unsigned char digest[SHA256_DIGEST_LENGTH];
+    SHA256(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), digest);
+    static const char* kHex = "0123456789abcdef";
+    std::string hex;
+    for (unsigned char b : digest) {
+        hex.push_back(kHex[b >> 4]);
+        hex.push_back(kHex[b & 15]);
+    }
+    return hex;
+}
+
+// "/data/vendor/qav/run/executor.<pid>.end" (or ".tmp"), built by hand.
+void sideFilePath(char* out, pid_t pid, const char* suffix) {
+    char digits[16];
+    int n = 0;
+    unsigned long v = static_cast<unsigned long>(pid);
+    do {
+        digits[n++] = static_cast<char>('0' + v % 10);
+        v /= 10;
+    } while (v != 0 && n < 15);
+    char* p = out;
+    for (const char* s = kRunRecordDir; *s;) *p++ = *s++;
+    *p++ = '/';
+    for (const char* s = kSideFilePrefix; *s;) *p++ = *s++;
+    while (n > 0) *p++ = digits[--n];
+    for (const char* s = suffix; *s;) *p++ = *s++;
+    *p = '\0';
+}
+
+const char* signalName(int sig) {
+    switch (sig) {
+        case 1: return "SIGHUP";   case 2: return "SIGINT";   case 3: return "SIGQUIT";
+        case 4: return "SIGILL";   case 5: return "SIGTRAP";  case 6: return "SIGABRT";
+        case 7: return "SIGBUS";   case 8: return "SIGFPE";   case 9: return "SIGKILL";
+        case 10: return "SIGUSR1"; case 11: return "SIGSEGV"; case 12: return "SIGUSR2";
+        case 13: return "SIGPIPE"; case 14: return "SIGALRM"; case 15: return "SIGTERM";
+        default: return "";
+    }
+}
+
+}  // namespace
+
+RunRecord::RunRecord() {
+    std::string text = readSmallFile(kRunRecordFile);
+    if (!parseJsonText(doc, text.c_str(), text.size()) || !doc.IsObject()) doc.SetNull();
+    foldSideFiles();
+}
+
+void RunRecord::error(const char* fmt, const char* what, int err) {
+    formatDiagnostic("ostrel.core.fsm", __FILE__, fmt, what, err, strerror(err));
+}
+
+void RunRecord::runStarted(const std::string& planDefinitions) {
+    auto& a = doc.GetAllocator();
+    doc.SetObject();
+    doc.AddMember("record", 1, a);
+    rapidjson::Value service(rapidjson::kObjectType);
+    service.AddMember("name", "vendor.brevane.hardware.ostrel@2.0-service", a);
+    service.AddMember("version", rapidjson::StringRef(kServiceVersion), a);
+    doc.AddMember("service", service, a);
+    rapidjson::Value device(rapidjson::kObjectType);
+    describeDevice(&device, a);
+    doc.AddMember("device", device, a);
+    rapidjson::Value start(rapidjson::kObjectType);
+    start.AddMember("time", rapidjson::Value(utcNow().c_str(), a), a);
+    start.AddMember("boot_id", rapidjson::Value(bootId().c_str(), a), a);
+    start.AddMember("plan_sha256", rapidjson::Value(sha256Hex(planDefinitions).c_str(), a), a);
+    doc.AddMember("start", start, a);
+    doc.AddMember("executors", rapidjson::Value(rapidjson::kArrayType), a);
+    doc.AddMember("boots", rapidjson::Value(rapidjson::kArrayType), a);
+    doc.AddMember("end", rapidjson::Value(), a);
+    changed = true;
+}
+
+void RunRecord::executorStarted(pid_t supervisor, const std::vector<std::string>& words) {
+    if (!doc.IsObject() || !doc.HasMember("executors") || !doc["executors"].IsArray()) return;
+    auto& a = doc.GetAllocator();
+    rapidjson::Value entry(rapidjson::kObjectType);
+    entry.AddMember("time", rapidjson::Value(utcNow().c_str(), a), a);
+    entry.AddMember("boot_id", rapidjson::Value(bootId().c_str(), a), a);
+    entry.AddMember("supervisor", static_cast<int>(supervisor), a);
+    rapidjson::Value list(rapidjson::kArrayType);
+    for (const std::string& w : words) list.PushBack(rapidjson::Value(w.c_str(), a), a);
+    entry.AddMember("words", list, a);
+    entry.AddMember("end", rapidjson::Value(), a);
+    doc["executors"].PushBack(entry, a);
+    changed = true;
+}
+
+rapidjson::Value* RunRecord::executorOf(pid_t supervisor) {
+    if (!doc.IsObject() || !doc.HasMember("executors") || !doc["executors"].IsArray()) return nullptr;
+    rapidjson::Value& list = doc["executors"];
+    for (rapidjson::SizeType i = list.Size(); i-- > 0;) {
+        rapidjson::Value& e = list[i];
+        if (e.IsObject() && e.HasMember("supervisor") && e["supervisor"].IsInt() &&
+            e["supervisor"].GetInt() == supervisor && e.HasMember("end") && e["end"].IsNull()) {
+            return &e;
+        }
+    }
+    return nullptr;
+}
+
+void RunRecord::executorReaped(pid_t supervisor) {
+    char path[256];
+    sideFilePath(path, supervisor, kSideFileSuffix);
+    std::string text = readSmallFile(path);
+    if (text.empty()) return;
+    unlink(path);
+    rapidjson::Value* entry = executorOf(supervisor);
+    if (entry == nullptr) return;
+    int status = atoi(text.c_str());
+    auto& a = doc.GetAllocator();
+    rapidjson::Value end(rapidjson::kObjectType);
+    end.AddMember("time", rapidjson::Value(utcNow().c_str(), a), a);
+    end.AddMember("wait_status", status, a);
+    if (WIFSIGNALED(status)) {
+        end.AddMember("signal", rapidjson::Value(signalName(WTERMSIG(status)), a), a);
+        end.AddMember("signal_number", WTERMSIG(status), a);
+    } else if (WIFEXITED(status)) {
+        end.AddMember("exit", WEXITSTATUS(status), a);
+    }
+    (*entry)["end"] = end;
+    changed = true;
+}
+
+// Ends written by supervisors while no service reaped them (a restart came first).
+void RunRecord::foldSideFiles() {
+    DIR* d = opendir(kRunRecordDir);
+    while (struct dirent* e = d ? readdir(d) : nullptr) {
+        const char* name = e->d_name;
+        size_t len = strlen(name), pre = strlen(kSideFilePrefix), suf = strlen(kSideFileSuffix);
+        if (len <= pre + suf || strncmp(name, kSideFilePrefix, pre) != 0 ||
+            strcmp(name + len - suf, kSideFileSuffix) != 0) {
+            continue;
+        }
+        executorReaped(static_cast<pid_t>(atol(name + pre)));
+    }
+    if (d) closedir(d);
+}
+
+void RunRecord::bootCounted() {
+    if (!doc.IsObject() || !doc.HasMember("boots") || !doc["boots"].IsArray()) return;
+    auto& a = doc.GetAllocator();
+    rapidjson::Value boot(rapidjson::kObjectType);
+    boot.AddMember("time", rapidjson::Value(utcNow().c_str(), a), a);
+    boot.AddMember("boot_id", rapidjson::Value(bootId().c_str(), a), a);
+    doc["boots"].PushBack(boot, a);
+    changed = true;
+}
+
+void RunRecord::runEnded(const char* cause) {
+    if (!doc.IsObject() || !doc.HasMember("end") || !doc["end"].IsNull()) return;
+    auto& a = doc.GetAllocator();
+    rapidjson::Value end(rapidjson::kObjectType);
+    end.AddMember("time", rapidjson::Value(utcNow().c_str(), a), a);
+    end.AddMember("cause", rapidjson::Value(cause, a), a);
+    doc["end"] = end;
+    changed = true;
+}
+
+void RunRecord::commit() {
+    if (!changed || !doc.IsObject()) return;
+    changed = false;
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    doc.Accept(writer);
+    mkdir(kRunRecordDir, 0770);
+    int fd = open(kRecordTemp, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0660);
+    if (fd < 0) return error("ostrel: run record %s (errno:%d, %s)\n", kRecordTemp, errno);
+    const char* p = buffer.GetString();
+    size_t left = buffer.GetSize();
+    bool ok = true;
+    while (ok && left > 0) {
+        ssize_t n = write(fd, p, left);
+        if (n < 0 && errno == EINTR) continue;
+        ok = n > 0;
+        if (ok) p += n, left -= static_cast<size_t>(n);
+    }
+    int err = errno;
+    ok = ok && fsync(fd) == 0;
+    close(fd);
+    if (!ok || rename(kRecordTemp, kRunRecordFile) != 0) {
+        error("ostrel: run record %s (errno:%d, %s)\n", kRunRecordFile, ok ? errno : err);
+    }
+}
+
+bool RunRecord::moveBeside(const std::string& zipName) {
+    commit();
+    const std::string suffix = ".zip";
+    if (zipName.size() <= suffix.size() || access(kRunRecordFile, F_OK) != 0) return false;
+    std::string target = zipName.substr(0, zipName.size() - suffix.size()) + ".run.json";
+    if (rename(kRunRecordFile, target.c_str()) != 0) {
+        error("ostrel: run record to %s (errno:%d, %s)\n", target.c_str(), errno);
+        return false;
+    }
+    chmod(target.c_str(), 0664);
+    doc.SetNull();
+    return true;
+}
+
+void RunRecord::persistExecutorEnd(int waitStatus) {
+    char temp[256], path[256];
+    pid_t self = getpid();
+    sideFilePath(temp, self, ".tmp");
+    sideFilePath(path, self, kSideFileSuffix);
+    char text[16];
+    int n = 0;
+    unsigned v = static_cast<unsigned>(waitStatus);
+    char digits[12];
+    int d = 0;
+    do {
+        digits[d++] = static_cast<char>('0' + v % 10);
+        v /= 10;
+    } while (v != 0);
+    while (d > 0) text[n++] = digits[--d];
+    text[n++] = '\n';
+    int fd = open(temp, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0660);
+    if (fd < 0) return;
+    bool ok = write(fd, text, n) == n && fsync(fd) == 0;
+    close(fd);
+    if (ok) rename(temp, path);
+}
+
+}  // namespace vendor::brevane::hardware::ostrel::core
