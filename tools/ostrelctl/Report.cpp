@@ -323,17 +323,20 @@ bool readRunReport(const std::string& archivePath, RunReport* report, std::strin
         return false;
     }
     return checkEntryNames(raw, error) && readPlan(raw, report, error) &&
-           readHistory(raw, archivePath, report, error) && readLog(raw, report, error);
+           readHistory(raw, archivePath, report, error) && readLog(raw, report, error) &&
+           applyRunRecord(archivePath, report, error);
 }
 
 Verdict historyVerdict(const RunReport& report) {
+    // With a record, a run whose history copy is nowhere cannot pass on it.
+    if (report.run.present && report.historySource.empty()) return Verdict::Unknown;
     return report.crashLines.empty() ? Verdict::Pass : Verdict::Fail;
 }
 
 Verdict overallVerdict(const RunReport& report) {
     if (historyVerdict(report) == Verdict::Fail) return Verdict::Fail;
     for (const auto& c : report.cases) {
-        if (c.verdict == Verdict::Fail) return Verdict::Fail;
+        if (c.verdict == Verdict::Fail || c.verdict == Verdict::Error) return Verdict::Fail;
     }
     return Verdict::Pass;
 }
@@ -356,6 +359,7 @@ const char* verdictName(Verdict verdict) {
         case Verdict::Pass: return "pass";
         case Verdict::Fail: return "fail";
         case Verdict::Unknown: return "unknown";
+        case Verdict::Error: return "error";
     }
     return "unknown";
 }

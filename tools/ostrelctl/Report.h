@@ -15,7 +15,9 @@ constexpr int kReportFail = 1;        // at least one verdict is fail
 constexpr int kReportUnreadable = 2;  // bad command line or an archive that cannot be read
 
 enum class Kind { Rounds, Hours, Boots };
-enum class Verdict { Pass, Fail, Unknown };
+// Error: the test case fell short because the executor ended in error (a signal
+// or a non-zero status of its own).
+enum class Verdict { Pass, Fail, Unknown, Error };
 
 // One selected test case of the archived plan. Counts are in |unit|: rounds,
 // boots, or seconds for a time-based test case.
@@ -31,9 +33,22 @@ struct CaseReport {
     std::string reason;
 };
 
+// What the run record beside the archive (QAV<stamp>.run.json) tells of the run.
+struct RunFacts {
+    bool present = false;
+    std::string start, end, endCause;  // times in UTC; cause "executor", "runFinished", "runAbort"
+    int64_t duration = -1;             // seconds from start to end, -1 when unknown
+    std::string planDigest;
+    std::vector<std::pair<std::string, std::string>> device;
+    std::vector<std::string> executorEnds;  // per start: "exit 0", "SIGSEGV", or "" (no end seen)
+    std::vector<std::string> boots;         // the time of each boot counted
+    std::string error;                      // the first end in error, "" for none
+};
+
 struct RunReport {
     std::string archive;
     std::string stamp;
+    RunFacts run;
     std::vector<CaseReport> cases;
     std::string historySource;  // the file or entry the crash lines came from, "" if none
     std::vector<std::string> crashLines;
@@ -42,9 +57,14 @@ struct RunReport {
     std::vector<std::string> logTail;
 };
 
-// Fills |report| from |archivePath|. On failure returns false with |error| set
-// to what is wrong (without the "ostrelctl: FILE: " prefix); nothing is written.
+// Fills |report| from |archivePath| (and the run record beside it, when there is
+// one). On failure returns false with |error| set to what is wrong (without the
+// "ostrelctl: FILE: " prefix); nothing is written.
 bool readRunReport(const std::string& archivePath, RunReport* report, std::string* error);
+// Reads <stem>.run.json beside |archivePath| into |report->run| and judges the
+// test cases again with what it tells; false with |error| for a record that
+// cannot be read. No record: nothing changes.
+bool applyRunRecord(const std::string& archivePath, RunReport* report, std::string* error);
 
 // The crash history as a verdict of its own: fail when any line was collected.
 Verdict historyVerdict(const RunReport& report);

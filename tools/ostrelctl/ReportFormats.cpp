@@ -97,6 +97,25 @@ std::string lavaName(const std::string& name, std::set<std::string>* taken) {
     return unique;
 }
 
+// One line on how the run went, from its record.
+std::string runLine(const RunReport& report) {
+    const RunFacts& run = report.run;
+    if (!run.present) {
+        return "run: no run record beside the archive (an older build): verdicts from the plan's "
+               "counters alone\n";
+    }
+    std::string cause = run.endCause.empty() ? "not ended" :
+                        run.endCause == "runAbort" ? "aborted (runAbort)" :
+                        run.endCause == "runFinished" ? "finished by a client (runFinished)" :
+                        "the executor ended by itself";
+    std::string out = "run: started " + oneLine(run.start) + ", " + cause +
+                      (run.duration >= 0 ? " after " + std::to_string(run.duration) + " s" : "") +
+                      "; executor starts " + std::to_string(run.executorEnds.size()) + ", boots " +
+                      std::to_string(run.boots.size());
+    if (!run.error.empty()) out += "; error: the executor ended with " + oneLine(run.error);
+    return out + "\n";
+}
+
 void writeString(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w, const std::string& text) {
     std::string clean = cleanText(text);
     w.String(clean.data(), static_cast<rapidjson::SizeType>(clean.size()));
@@ -113,7 +132,7 @@ void writeLines(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w,
 
 std::string reportText(const RunReport& report) {
     std::string out = "Ostrel run " + oneLine(report.stamp) + " (" + oneLine(report.archive) +
-                      "): " + verdictName(overallVerdict(report)) + "\n";
+                      "): " + verdictName(overallVerdict(report)) + "\n" + runLine(report);
     char row[160];
     snprintf(row, sizeof(row), "%-8s %-7s %9s %9s  %s\n", "VERDICT", "KIND", "REACHED", "TARGET",
              "TEST CASE [COMMAND]");
@@ -145,6 +164,7 @@ std::string reportText(const RunReport& report) {
     out += "result: " + std::string(verdictName(overallVerdict(report))) + " (" +
            std::to_string(countOf(report, Verdict::Pass)) + " pass, " +
            std::to_string(countOf(report, Verdict::Fail)) + " fail, " +
+           std::to_string(countOf(report, Verdict::Error)) + " error, " +
            std::to_string(countOf(report, Verdict::Unknown)) + " unknown)\n";
     return out;
 }
@@ -159,7 +179,7 @@ std::string reportJson(const RunReport& report) {
     w.Key("verdict"); w.String(verdictName(overallVerdict(report)));
     w.Key("counts");
     w.StartObject();
-    for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Unknown}) {
+    for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Error, Verdict::Unknown}) {
         w.Key(verdictName(v)); w.Int(countOf(report, v));
     }
     w.EndObject();
@@ -192,69 +212,115 @@ std::string reportJson(const RunReport& report) {
     w.Key("size"); w.Uint64(report.logSize);
     w.Key("tail"); writeLines(w, report.logTail);
     w.EndObject();
+    const RunFacts& run = report.run;
+    w.Key("run");
+    w.StartObject();
+    w.Key("record"); w.Bool(run.present);
+    w.Key("start"); writeString(w, run.start);
+    w.Key("end"); writeString(w, run.end);
+    w.Key("duration"); run.duration >= 0 ? w.Int64(run.duration) : w.Null();
+    w.Key("end_cause"); writeString(w, run.endCause);
+    w.Key("error"); writeString(w, run.error);
+    w.Key("plan_sha256"); writeString(w, run.planDigest);
+    w.Key("executor_ends"); writeLines(w, run.executorEnds);
+    w.Key("boots"); writeLines(w, run.boots);
+    w.Key("device");
+    w.StartObject();
+    for (const auto& [key, value] : run.device) {
+        writeString(w, key);  // a key is written as a string
+        writeString(w, value);
+    }
+    w.EndObject();
+    w.EndObject();
     w.EndObject();
     return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
 
+// A test case's classname is the same in every run (its kind); the run's stamp is
+// in the suite's name and its properties.
 std::string reportJunit(const RunReport& report) {
-    std::string classname = "ostrel.QAV" + report.stamp;
+    const RunFacts& run = report.run;
     int tests = static_cast<int>(report.cases.size()) + 1;
     std::string counts = attr("tests", std::to_string(tests)) +
                          attr("failures", std::to_string(countOf(report, Verdict::Fail))) +
-                         attr("errors", "0") +
+                         attr("errors", std::to_string(countOf(report, Verdict::Error))) +
                          attr("skipped", std::to_string(countOf(report, Verdict::Unknown)));
+    std::string duration = std::to_string(run.duration >= 0 ? run.duration : 0);
     std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites" +
-                      attr("name", "ostrel") + counts + ">\n";
+                      attr("name", "ostrel") + counts + attr("time", duration) + ">\n";
     std::string when = isoTime(report.stamp);
-    out += "  <testsuite" + attr("name", "QAV" + report.stamp) + counts +
-           (when.empty() ? "" : attr("timestamp", when)) + ">\n";
-    out += "    <properties>\n      <property" + attr("name", "archive") +
-           attr("value", report.archive) + "/>\n    </properties>\n";
+    out += "  <testsuite" + attr("name", "QAV" + report.stamp) + counts + attr("time", duration) +
+           (when.empty() ? "" : attr("timestamp", when)) + ">\n    <properties>\n";
+    auto property = [&](const std::string& name, const std::string& value) {
+        out += "      <property" + attr("name", name) + attr("value", value) + "/>\n";
+    };
+    property("archive", report.archive);
+    property("stamp", report.stamp);
+    property("run_record", run.present ? "yes" : "no");
+    if (run.present) {
+        property("end_cause", run.endCause);
+        property("plan_sha256", run.planDigest);
+        for (const auto& [key, value] : run.device) property("device." + key, value);
+    }
+    out += "    </properties>\n";
     for (const auto& c : report.cases) {
-        out += "    <testcase" + attr("classname", classname) + attr("name", c.name) + ">\n";
+        int64_t seconds = c.kind == Kind::Hours ? c.reached : 0;
+        out += "    <testcase" + attr("classname", std::string("ostrel.") + kindName(c.kind)) +
+               attr("name", c.name) + attr("time", std::to_string(seconds)) + ">\n";
         if (c.verdict == Verdict::Fail) {
             out += "      <failure" + attr("message", c.reason) + attr("type", kindName(c.kind)) +
                    "/>\n";
+        } else if (c.verdict == Verdict::Error) {
+            out += "      <error" + attr("message", c.reason) + attr("type", run.error) + "/>\n";
         } else if (c.verdict == Verdict::Unknown) {
             out += "      <skipped" + attr("message", c.reason) + "/>\n";
         }
         out += "      <system-out>" + xmlEscape("command: " + c.command + "\n" + c.reason, false) +
                "</system-out>\n    </testcase>\n";
     }
-    out += "    <testcase" + attr("classname", classname) + attr("name", kHistoryName) + ">\n";
+    out += "    <testcase" + attr("classname", "ostrel.history") + attr("name", kHistoryName) +
+           attr("time", "0") + ">\n";
     if (historyVerdict(report) == Verdict::Fail) {
         out += "      <failure" +
                attr("message", std::to_string(report.crashLines.size()) +
                                        " crash-history line(s) collected during the run") +
                attr("type", "crash") + "/>\n";
+    } else if (historyVerdict(report) == Verdict::Unknown) {
+        out += "      <skipped" + attr("message", "no history copy beside the archive or in it") + "/>\n";
     }
     out += "      <system-out>" + xmlEscape(joinLines(report.crashLines), false) +
            "</system-out>\n    </testcase>\n";
     out += "    <system-out>" +
-           xmlEscape("executor log: " + std::to_string(report.logSize) + " bytes, last lines:\n" +
-                             joinLines(report.logTail),
+           xmlEscape(runLine(report) + "executor log: " + std::to_string(report.logSize) +
+                             " bytes, last lines:\n" + joinLines(report.logTail),
                      false) +
            "</system-out>\n  </testsuite>\n</testsuites>\n";
     return out;
 }
 
+// One test set per run; the crash history keeps its name (a test case whose name
+// cleans to it gets a suffix); a measurement is always what was reached.
 std::string reportLava(const RunReport& report) {
     std::set<std::string> taken;
-    std::string out;
-    auto line = [&](const std::string& name, Verdict v, int64_t measurement, const char* units) {
-        out += "lava-test-case " + lavaName(name, &taken) + " --result " + verdictName(v) +
-               " --measurement " + std::to_string(measurement) + " --units " + units + "\n";
+    std::string historyName = lavaName(kHistoryName, &taken);
+    std::string out = "lava-test-set start " + lavaName("QAV" + report.stamp, &taken) + "\n";
+    auto line = [&](const std::string& name, Verdict v, const std::string& measurement) {
+        // LAVA has no "error": an error is a fail.
+        const char* result = v == Verdict::Error ? "fail" : verdictName(v);
+        out += "lava-test-case " + name + " --result " + result + measurement + "\n";
+    };
+    auto measured = [](int64_t value, const char* units) {
+        return " --measurement " + std::to_string(value) + " --units " + units;
     };
     for (const auto& c : report.cases) {
-        if (c.counted) {
-            line(c.name, c.verdict, c.reached, unitName(c.kind));
-        } else {
-            line(c.name, c.verdict, c.asked, "rounds");
-        }
+        line(lavaName(c.name, &taken), c.verdict, c.counted ? measured(c.reached, unitName(c.kind)) : "");
     }
-    line(kHistoryName, historyVerdict(report), static_cast<int64_t>(report.crashLines.size()),
-         "lines");
-    return out;
+    if (!report.run.error.empty()) {
+        line(lavaName("executor " + report.run.error, &taken), Verdict::Fail, "");
+    }
+    line(historyName, historyVerdict(report),
+         measured(static_cast<int64_t>(report.crashLines.size()), "lines"));
+    return out + "lava-test-set stop\n";
 }
 
 int runReport(const std::vector<std::string>& args, bool jsonDefault) {
