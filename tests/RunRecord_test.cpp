@@ -33,6 +33,8 @@ std::unique_ptr<OstrelFSM> machine(std::chrono::milliseconds tick) {
 TEST(RunRecord, ExecutorEndedBySignalAndTheRunsEndBesideTheResult) {
     writeFile(kPlanFile, planJson(PREPARING, false, false, {rounds("say a", 1), rounds("signal SEGV", 1)}));
     auto m = machine(std::chrono::milliseconds(50));
+    useSilletStandIn();
+    answer(*m, SET_CONFIG, nullptr, R"({"id":"default","config":[]})");
     ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
     ASSERT_TRUE(waitFor([&] { return m->getState() == COMPLETING; }, 10));
     std::string result = answer(*m, GET_RESULT);
@@ -52,6 +54,12 @@ TEST(RunRecord, ExecutorEndedBySignalAndTheRunsEndBesideTheResult) {
     EXPECT_TRUE(std::regex_match(std::string(r["start"]["plan_sha256"].GetString()), std::regex("[0-9a-f]{64}")));
     EXPECT_STREQ(r["start"]["boot_id"].GetString(), exe["boot_id"].GetString());
     EXPECT_STREQ(r["device"]["platform"].GetString(), "linux");
+    // The configuration applied before the run: the client's list, the tool's words.
+    const rapidjson::Value& config = r["configuration"];
+    EXPECT_STREQ(config["list"]["id"].GetString(), "default");
+    EXPECT_EQ(config["words"].Size(), 2u);
+    EXPECT_STREQ(config["words"][1].GetString(), "set");
+    EXPECT_EQ(config["exit_status"].GetInt(), 0);
     EXPECT_TRUE(r["device"]["kernel"].GetStringLength() > 0);
 }
 

@@ -93,7 +93,10 @@ int buildCommand(ReplyLogSink* owner, SilletCmd& cmd, const rapidjson::Value& co
     return 0;
 }
 
-int runSet(ReplyLogSink* owner, SilletCmd& cmd) {
+int runSet(ReplyLogSink* owner, SilletCmd& cmd, ToolApplied* applied) {
+    if (applied != nullptr && cmd.argv != nullptr) {
+        for (int i = 0; i < cmd.argc && cmd.argv[i] != nullptr; i++) applied->words.push_back(cmd.argv[i]);
+    }
     ToolOutput out;
     ToolOutput err;
     int status = 0;
@@ -117,6 +120,7 @@ int runSet(ReplyLogSink* owner, SilletCmd& cmd) {
         logText(owner, stderr, "%s", err.data);
         int code = toolExitCode(owner, status);
         if (code > 0) logText(owner, stderr, "sillet returns error(%d)\n", code);
+        if (applied != nullptr) applied->exitStatus = code;
         result = code == 0 ? 0 : -1;
     }
     releaseToolOutput(&out);
@@ -134,7 +138,7 @@ void releaseCommand(SilletCmd& cmd) {
 
 }  // namespace
 
-int selectSilletConfig(ReplyLogSink* owner, const char* json) {
+int selectSilletConfig(ReplyLogSink* owner, const char* json, ToolApplied* applied) {
     SilletCmd cmd(owner);
     ConfigDocument doc(nullptr, kConfigParseStack);
     int result = -1;
@@ -143,13 +147,14 @@ int selectSilletConfig(ReplyLogSink* owner, const char* json) {
     } else if (!doc.HasMember("config") || !doc["config"].IsArray()) {
         logText(owner, stderr, "Cannot parse the given JSON: no configs array\n");
     } else if (buildCommand(owner, cmd, doc["config"]) == 0) {
-        result = runSet(owner, cmd);
+        result = runSet(owner, cmd, applied);
     }
     releaseCommand(cmd);
     return result;
 }
 
-int clearSilletConfig(ReplyLogSink*) {
+int clearSilletConfig(ReplyLogSink*, ToolApplied* applied) {
+    if (applied != nullptr) applied->words = {silletPath(), "clear"};
     fflush(stdout);
     fflush(stderr);
     pid_t pid = fork();
@@ -174,6 +179,7 @@ int clearSilletConfig(ReplyLogSink*) {
     }
     int code = toolExitCode(nullptr, status);
     if (code > 0) logText(nullptr, stderr, "sillet returns error(%d)\n", code);
+    if (applied != nullptr) applied->exitStatus = code;
     return code == 0 ? 0 : -1;
 }
 

@@ -3,6 +3,9 @@
 // output or error and, with an owner, to its reply log.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "ReplyLogSink.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
@@ -12,8 +15,16 @@ int querySilletList(ReplyLogSink* owner);
 // Size of the list's text with its terminator; copies it to *dest when given.
 int serializeConfigList(ReplyLogSink* owner, char** dest);
 
-// Selection and clearing: 0 on success, -1 on failure.
-int selectSilletConfig(ReplyLogSink* owner, const char* json);
-int clearSilletConfig(ReplyLogSink* owner);
+// What a selection or a clearing asked of the tool: its words and exit status
+// (-1 when it did not run or did not exit).
+struct ToolApplied {
+    std::vector<std::string> words;
+    int exitStatus = -1;
+};
+
+// Selection and clearing: 0 on success, -1 on failure. |applied|, when given,
+// receives what was asked of the tool.
+int selectSilletConfig(ReplyLogSink* owner, const char* json, ToolApplied* applied = nullptr);
+int clearSilletConfig(ReplyLogSink* owner, ToolApplied* applied = nullptr);
 
 }  // namespace vendor::brevane::hardware::ostrel::core

@@ -34,15 +34,21 @@ bool OstrelFSM::preparing(PlannerEvent event, char* input, char*, int, long buf_
             free(buf);
             break;
         }
-        case SET_CONFIG:
-            if (selectSilletConfig(owner, input) != 0) {
+        case SET_CONFIG: {
+            ToolApplied applied;
+            if (selectSilletConfig(owner, input, &applied) != 0) {
                 error("ostrel: Fail to select QaV");
                 result = false;
             }
+            if (!applied.words.empty()) record.configurationApplied(input, applied.words, applied.exitStatus);
             break;
-        case CLEAR_CONFIG:
-            result = clearSilletConfig(owner) >= 0;
+        }
+        case CLEAR_CONFIG: {
+            ToolApplied applied;
+            result = clearSilletConfig(owner, &applied) >= 0;
+            record.configurationApplied(nullptr, applied.words, applied.exitStatus);
             break;
+        }
         case SET_TEST:
             result = data.putJSON(input);
             break;

@@ -27,6 +27,8 @@ namespace vendor::brevane::hardware::ostrel::core {
 namespace {
 
 constexpr const char* kRecordTemp = "/data/vendor/qav/run/record.json.new";
+constexpr const char* kConfigFile = "/data/vendor/qav/run/configuration.json";
+constexpr const char* kConfigTemp = "/data/vendor/qav/run/configuration.json.new";
 constexpr const char* kSideFilePrefix = "executor.";
 constexpr const char* kSideFileSuffix = ".end";
 
@@ -122,6 +124,11 @@ void RunRecord::runStarted(const std::string& planDefinitions) {
     start.AddMember("boot_id", rapidjson::Value(bootId().c_str(), a), a);
     start.AddMember("plan_sha256", rapidjson::Value(sha256Hex(planDefinitions).c_str(), a), a);
     doc.AddMember("start", start, a);
+    rapidjson::Document config(&a);
+    std::string configText = readSmallFile(kConfigFile);
+    bool haveConfig = !configText.empty() && parseJsonText(config, configText.c_str(), configText.size()) &&
+                      config.IsObject();
+    doc.AddMember("configuration", haveConfig ? rapidjson::Value(config, a) : rapidjson::Value(), a);
     doc.AddMember("executors", rapidjson::Value(rapidjson::kArrayType), a);
     doc.AddMember("boots", rapidjson::Value(rapidjson::kArrayType), a);
     doc.AddMember("end", rapidjson::Value(), a);
@@ -214,17 +221,16 @@ void RunRecord::runEnded(const char* cause) {
     changed = true;
 }
 
-void RunRecord::commit() {
-    if (!changed || !doc.IsObject()) return;
-    changed = false;
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    doc.Accept(writer);
+// Temporary file, fsync, rename: a kill leaves the old text or the new.
+bool RunRecord::replaceFile(const char* temp, const char* path, const std::string& text) {
     mkdir(kRunRecordDir, 0770);
-    int fd = open(kRecordTemp, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0660);
-    if (fd < 0) return error("ostrel: run record %s (errno:%d, %s)\n", kRecordTemp, errno);
-    const char* p = buffer.GetString();
-    size_t left = buffer.GetSize();
+    int fd = open(temp, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0660);
+    if (fd < 0) {
+        error("ostrel: run record %s (errno:%d, %s)\n", temp, errno);
+        return false;
+    }
+    const char* p = text.data();
+    size_t left = text.size();
     bool ok = true;
     while (ok && left > 0) {
         ssize_t n = write(fd, p, left);
@@ -235,9 +241,46 @@ void RunRecord::commit() {
     int err = errno;
     ok = ok && fsync(fd) == 0;
     close(fd);
-    if (!ok || rename(kRecordTemp, kRunRecordFile) != 0) {
-        error("ostrel: run record %s (errno:%d, %s)\n", kRunRecordFile, ok ? errno : err);
+    if (!ok || rename(temp, path) != 0) {
+        error("ostrel: run record %s (errno:%d, %s)\n", path, ok ? errno : err);
+        return false;
     }
+    return true;
+}
+
+std::string RunRecord::textOf(const rapidjson::Value& value) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    value.Accept(writer);
+    return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+void RunRecord::commit() {
+    if (!changed || !doc.IsObject()) return;
+    changed = false;
+    replaceFile(kRecordTemp, kRunRecordFile, textOf(doc));
+}
+
+void RunRecord::configurationApplied(const char* clientList, const std::vector<std::string>& words,
+                                     int exitStatus) {
+    rapidjson::Document config;
+    auto& a = config.GetAllocator();
+    config.SetObject();
+    config.AddMember("time", rapidjson::Value(utcNow().c_str(), a), a);
+    // The client's list as given: JSON when it parses, its text otherwise.
+    rapidjson::Document list(&a);
+    if (clientList == nullptr) {
+        config.AddMember("list", rapidjson::Value(), a);
+    } else if (parseJsonText(list, clientList, strlen(clientList))) {
+        config.AddMember("list", rapidjson::Value(list, a), a);
+    } else {
+        config.AddMember("list", rapidjson::Value(clientList, a), a);
+    }
+    rapidjson::Value tool(rapidjson::kArrayType);
+    for (const std::string& w : words) tool.PushBack(rapidjson::Value(w.c_str(), a), a);
+    config.AddMember("words", tool, a);
+    config.AddMember("exit_status", exitStatus, a);
+    replaceFile(kConfigTemp, kConfigFile, textOf(config));
 }
 
 bool RunRecord::moveBeside(const std::string& zipName) {

@@ -24,8 +24,12 @@ class RunRecord {
     // executor ends its supervisors wrote meanwhile.
     RunRecord();
 
-    // A new run: the record starts over.
+    // A new run: the record starts over, with the configuration applied last.
     void runStarted(const std::string& planDefinitions);
+    // A configuration applied (the client's list, null for a clearing) and what
+    // the tool was asked; kept in a file of its own until the next run starts.
+    void configurationApplied(const char* clientList, const std::vector<std::string>& words,
+                              int exitStatus);
     void executorStarted(pid_t supervisor, const std::vector<std::string>& words);
     // Folds in the end that |supervisor| wrote to its side file, if any.
     void executorReaped(pid_t supervisor);
@@ -45,6 +49,8 @@ class RunRecord {
     static void persistExecutorEnd(int waitStatus);
 
   private:
+    static std::string textOf(const rapidjson::Value& value);
+    bool replaceFile(const char* temp, const char* path, const std::string& text);
     rapidjson::Value* executorOf(pid_t supervisor);
     void foldSideFiles();
     void error(const char* fmt, const char* what, int err);

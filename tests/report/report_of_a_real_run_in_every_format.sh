@@ -101,9 +101,11 @@ lava-test-set stop
 EOF
 )" "$(report lava)"
 
-# An executor that dies of SIGSEGV after its first test case (a user's test case
-# named "crash history" among them); one that runs its rounds and exits 0.
+# A configuration applied, then an executor that dies of SIGSEGV after its first
+# test case (a user's test case named "crash history" among them); then one that
+# runs its rounds and exits 0.
 start_service
+ctl get-config | ctl set-config - >/dev/null
 plan "$(testcase first "say a" 1)" "$(testcase segv "signal SEGV" 1)" "$(testcase "crash history" "say b" 1)" > /tmp/segv.json
 plan "$(testcase rounds "say ok" 2)" > /tmp/ok.json
 segv=$(run_to_end /tmp/segv.json)
@@ -111,7 +113,7 @@ ok=$(run_to_end /tmp/ok.json)
 stop_service
 check "SIGSEGV: exit 1, every test case short of its target an error, the executor's end named" "$(cat <<EOF
 exit 1
-["error","error","error"] "SIGSEGV" {"pass":1,"fail":0,"error":3,"unknown":0}
+["error","error","error"] "SIGSEGV" true {"pass":1,"fail":0,"error":3,"unknown":0}
 exit 1
 suite $(basename "$segv" .zip) tests=4 failures=0 errors=3 skipped=0
 first ostrel.rounds Error SIGSEGV
@@ -121,7 +123,8 @@ lava-test-case executor_SIGSEGV --result fail
 lava-test-case crash_history --result pass --measurement 0 --units lines
 EOF
 )" "$(report json "$segv" | head -1; jq -c '[.testcases[].verdict]' /tmp/report.out | tr '\n' ' '
-       jq -c '.run.error' /tmp/report.out | tr '\n' ' '; jq -c .counts /tmp/report.out
+       jq -c '.run.error, (.run.configuration | test("/sillet set .* [(]exit 0[)]$"))' /tmp/report.out | tr '\n' ' '
+       jq -c .counts /tmp/report.out
        report junit "$segv"; junit_cases | sed -n 1,2p
        report lava "$segv" | grep -E '^exit|executor_|crash_history')"
 check "an executor that ran its rounds and exited 0: its round test case passes, exit 0" \

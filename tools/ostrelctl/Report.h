@@ -39,6 +39,7 @@ struct RunFacts {
     std::string start, end, endCause;  // times in UTC; cause "executor", "runFinished", "runAbort"
     int64_t duration = -1;             // seconds from start to end, -1 when unknown
     std::string planDigest;
+    std::string configuration;  // the tool's words as applied last and its exit status, "" for none
     std::vector<std::pair<std::string, std::string>> device;
     std::vector<std::string> executorEnds;  // per start: "exit 0", "SIGSEGV", or "" (no end seen)
     std::vector<std::string> boots;         // the time of each boot counted

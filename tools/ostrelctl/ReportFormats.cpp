@@ -222,6 +222,7 @@ std::string reportJson(const RunReport& report) {
     w.Key("end_cause"); writeString(w, run.endCause);
     w.Key("error"); writeString(w, run.error);
     w.Key("plan_sha256"); writeString(w, run.planDigest);
+    w.Key("configuration"); writeString(w, run.configuration);
     w.Key("executor_ends"); writeLines(w, run.executorEnds);
     w.Key("boots"); writeLines(w, run.boots);
     w.Key("device");
@@ -260,6 +261,7 @@ std::string reportJunit(const RunReport& report) {
     if (run.present) {
         property("end_cause", run.endCause);
         property("plan_sha256", run.planDigest);
+        property("configuration", run.configuration);
         for (const auto& [key, value] : run.device) property("device." + key, value);
     }
     out += "    </properties>\n";

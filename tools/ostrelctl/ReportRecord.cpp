@@ -121,6 +121,15 @@ bool applyRunRecord(const std::string& archivePath, RunReport* report, std::stri
     run.endCause = end ? str(*end, "cause") : "";
     int64_t from = utcSeconds(run.start), to = utcSeconds(run.end);
     run.duration = from >= 0 && to >= from ? to - from : -1;
+    if (const rapidjson::Value* config = member(doc, "configuration"); config && config->IsObject()) {
+        if (const rapidjson::Value* words = member(*config, "words"); words && words->IsArray()) {
+            for (const auto& w : words->GetArray()) {
+                if (w.IsString()) run.configuration += (run.configuration.empty() ? "" : " ") + std::string(w.GetString());
+            }
+        }
+        const rapidjson::Value* status = member(*config, "exit_status");
+        run.configuration += " (exit " + std::to_string(status && status->IsInt() ? status->GetInt() : -1) + ")";
+    }
     if (const rapidjson::Value* device = member(doc, "device"); device && device->IsObject()) {
         for (const auto& m : device->GetObject()) {
             if (m.value.IsString()) run.device.emplace_back(m.name.GetString(), m.value.GetString());
