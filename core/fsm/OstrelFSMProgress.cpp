@@ -49,10 +49,11 @@ bool OstrelFSM::updateRunningTestcasesTick(int seconds, bool bootCompleted) {
     for (int i = 0; i < count; i++) {
         Testcase tc = data.getTestcase(i);
         if (!tc.isSelect) continue;
-        if (tc.isRound) {
-            // A round of a boot test is one completed boot; other round-based
-            // test cases are counted by the executor alone.
-            if (!tc.isBootTest || !bootCompleted) continue;
+        Counting counting = countingOf(tc);
+        if (counting == Counting::ByExecutor) continue;
+        if (counting == Counting::ByBoots) {
+            // A round of a boot test is one completed boot.
+            if (!bootCompleted) continue;
             if (tc.currentRound < tc.targetRound) {
                 data.setTestcaseCurrentRound(i, tc.currentRound + 1);
             } else {
@@ -76,10 +77,7 @@ bool OstrelFSM::checkRunningTestcasesTickToTarget() {
     int count = liveTestcases(data);
     for (int i = 0; i < count; i++) {
         Testcase tc = data.getTestcase(i);
-        if (!tc.isSelect) continue;
-        if (tc.isRound) {
-            if (tc.isBootTest && tc.currentRound < tc.targetRound) return false;
-        } else if (tc.currentTime < tc.targetTime) {
+        if (tc.isSelect && countingOf(tc) != Counting::ByExecutor && currentOf(tc) < targetOf(tc)) {
             return false;
         }
     }

@@ -94,7 +94,7 @@ bool OstrelFSMData::isFSMDataExist() {
     std::string text;
     rapidjson::Document local;
     if (readPlanFile(&text)) parseJsonText(local, text.data(), text.size());
-    if (local.IsObject() && local.HasMember("current_state")) return true;
+    if (local.IsObject() && local.HasMember(plankey::kCurrentState)) return true;
     error("FSM data file is not correct!!");
     return false;
 }
@@ -176,7 +176,7 @@ rapidjson::Value* OstrelFSMData::rootMember(const char* key) {
 }
 
 PlannerFSMState OstrelFSMData::getState() {
-    rapidjson::Value* v = rootMember("current_state");
+    rapidjson::Value* v = rootMember(plankey::kCurrentState);
     if (v == nullptr || !v->IsInt()) return IDLE;
     switch (v->GetInt()) {
         case PREPARING:
@@ -191,7 +191,7 @@ PlannerFSMState OstrelFSMData::getState() {
 }
 
 bool OstrelFSMData::setState(PlannerFSMState state) {
-    rapidjson::Value* v = rootMember("current_state");
+    rapidjson::Value* v = rootMember(plankey::kCurrentState);
     if (v != nullptr) {
         bool known = state == PREPARING || state == RUNNING || state == COMPLETING;
         v->SetInt(known ? state : IDLE);
@@ -201,36 +201,36 @@ bool OstrelFSMData::setState(PlannerFSMState state) {
 }
 
 bool OstrelFSMData::getRunStart() {
-    rapidjson::Value* v = rootMember("run_start");
+    rapidjson::Value* v = rootMember(plankey::kRunStart);
     return v != nullptr && v->IsTrue();
 }
 
 bool OstrelFSMData::setRunStart(bool value) {
-    rapidjson::Value* v = rootMember("run_start");
+    rapidjson::Value* v = rootMember(plankey::kRunStart);
     if (v != nullptr) v->SetBool(value);
     return writeFSMData();
 }
 
 bool OstrelFSMData::getRunFinished() {
-    rapidjson::Value* v = rootMember("run_finished");
+    rapidjson::Value* v = rootMember(plankey::kRunFinished);
     return v != nullptr && v->IsTrue();
 }
 
 bool OstrelFSMData::setRunFinished(bool value) {
-    rapidjson::Value* v = rootMember("run_finished");
+    rapidjson::Value* v = rootMember(plankey::kRunFinished);
     if (v != nullptr) v->SetBool(value);
     return writeFSMData();
 }
 
 int OstrelFSMData::getTestcasesLength() {
-    rapidjson::Value* v = rootMember("testcases");
+    rapidjson::Value* v = rootMember(plankey::kTestcases);
     return v != nullptr && v->IsArray() ? static_cast<int>(v->Size()) : 0;
 }
 
 // An index out of range, a "testcases" that is not an array and an element that
 // is not an object all read like a missing key.
 rapidjson::Value* OstrelFSMData::testcaseObject(int i, bool* haveTestcases) {
-    rapidjson::Value* cases = rootMember("testcases");
+    rapidjson::Value* cases = rootMember(plankey::kTestcases);
     if (haveTestcases != nullptr) *haveTestcases = cases != nullptr;
     if (cases == nullptr || !cases->IsArray() || i < 0 ||
         static_cast<unsigned>(i) >= cases->Size()) {
@@ -253,19 +253,8 @@ bool OstrelFSMData::getTestcaseBool(int i, const char* key) {
 }
 
 OstrelFSMData::TestcaseRecord OstrelFSMData::getTestcase(int i) {
-    TestcaseRecord record;
     rapidjson::Value* tc = testcaseObject(i);
-    if (tc == nullptr) return record;
-    record.command = stringOf(memberOf(tc, "command"));
-    record.value = intOf(memberOf(tc, "testcase_value"));
-    record.isBootTest = isTrue(memberOf(tc, "isBootTest"));
-    record.isRound = isTrue(memberOf(tc, "isRound"));
-    record.isSelect = isTrue(memberOf(tc, "select"));
-    record.currentTime = intOf(memberOf(tc, "testcase_current_time"));
-    record.targetTime = intOf(memberOf(tc, "testcase_target_time"));
-    record.currentRound = intOf(memberOf(tc, "testcase_current_round"));
-    record.targetRound = intOf(memberOf(tc, "testcase_target_round"));
-    return record;
+    return tc != nullptr ? readTestcase(*tc) : TestcaseRecord{};
 }
 
 bool OstrelFSMData::setTestcaseInt(int i, const char* key, int value) {
@@ -278,55 +267,55 @@ bool OstrelFSMData::setTestcaseInt(int i, const char* key, int value) {
 }
 
 const char* OstrelFSMData::getTestcaseCommand(int i) {
-    return stringOf(testcaseMember(i, "command"));
+    return stringOf(testcaseMember(i, plankey::kCommand));
 }
 
 int OstrelFSMData::getTestcaseValue(int i) {
-    return getTestcaseInt(i, "testcase_value");
+    return getTestcaseInt(i, plankey::kValue);
 }
 
 bool OstrelFSMData::getTestcaseIsBootTest(int i) {
-    return getTestcaseBool(i, "isBootTest");
+    return getTestcaseBool(i, plankey::kIsBootTest);
 }
 
 bool OstrelFSMData::getTestcaseIsRound(int i) {
-    return getTestcaseBool(i, "isRound");
+    return getTestcaseBool(i, plankey::kIsRound);
 }
 
 bool OstrelFSMData::getTestcaseIsSelect(int i) {
-    return getTestcaseBool(i, "select");
+    return getTestcaseBool(i, plankey::kSelect);
 }
 
 int OstrelFSMData::getTestcaseCurrentTime(int i) {
-    return getTestcaseInt(i, "testcase_current_time");
+    return getTestcaseInt(i, plankey::kCurrentTime);
 }
 
 bool OstrelFSMData::setTestcaseCurrentTime(int i, int value) {
-    return setTestcaseInt(i, "testcase_current_time", value);
+    return setTestcaseInt(i, plankey::kCurrentTime, value);
 }
 
 int OstrelFSMData::getTestcaseTargetTime(int i) {
-    return getTestcaseInt(i, "testcase_target_time");
+    return getTestcaseInt(i, plankey::kTargetTime);
 }
 
 bool OstrelFSMData::setTestcaseTargetTime(int i, int value) {
-    return setTestcaseInt(i, "testcase_target_time", value);
+    return setTestcaseInt(i, plankey::kTargetTime, value);
 }
 
 int OstrelFSMData::getTestcaseCurrentRound(int i) {
-    return getTestcaseInt(i, "testcase_current_round");
+    return getTestcaseInt(i, plankey::kCurrentRound);
 }
 
 bool OstrelFSMData::setTestcaseCurrentRound(int i, int value) {
-    return setTestcaseInt(i, "testcase_current_round", value);
+    return setTestcaseInt(i, plankey::kCurrentRound, value);
 }
 
 int OstrelFSMData::getTestcaseTargetRound(int i) {
-    return getTestcaseInt(i, "testcase_target_round");
+    return getTestcaseInt(i, plankey::kTargetRound);
 }
 
 bool OstrelFSMData::setTestcaseTargetRound(int i, int value) {
-    return setTestcaseInt(i, "testcase_target_round", value);
+    return setTestcaseInt(i, plankey::kTargetRound, value);
 }
 
 // A text that does not parse leaves the plan in force; one whose root is not an
@@ -347,7 +336,7 @@ char* OstrelFSMData::getJSON() {
         error("ostrel: Document is empty, null string");
         return nullptr;
     }
-    rapidjson::Value* notSet = rootMember("not_set");
+    rapidjson::Value* notSet = rootMember(plankey::kNotSet);
     if (notSet != nullptr && notSet->IsTrue()) {
         error("ostrel: Document is not set, null string");
         return nullptr;
@@ -364,15 +353,14 @@ std::string OstrelFSMData::testcaseDefinitions() {
     rapidjson::Writer<rapidjson::StringBuffer> w(buffer);
     w.StartArray();
     for (int i = 0, n = getTestcasesLength(); i < n; i++) {
-        const char* name = stringOf(testcaseMember(i, "name"));
-        const char* command = getTestcaseCommand(i);
+        TestcaseRecord tc = getTestcase(i);
         w.StartArray();
-        name ? w.String(name) : w.Null();
-        command ? w.String(command) : w.Null();
-        w.Int(getTestcaseValue(i));
-        w.Bool(getTestcaseIsRound(i));
-        w.Bool(getTestcaseIsBootTest(i));
-        w.Bool(getTestcaseIsSelect(i));
+        tc.name ? w.String(tc.name) : w.Null();
+        tc.command ? w.String(tc.command) : w.Null();
+        w.Int(tc.value);
+        w.Bool(tc.isRound);
+        w.Bool(tc.isBootTest);
+        w.Bool(tc.isSelect);
         w.EndArray();
     }
     w.EndArray();

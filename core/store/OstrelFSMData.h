@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "PlanSchema.h"
 #include "PlannerState.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
@@ -44,19 +45,8 @@ class OstrelFSMData {
     bool getRunFinished();
     bool setRunFinished(bool value);
 
-    // One test case's fields, read together; a missing or mistyped field reads
-    // as 0, false or null, as through the getters below.
-    struct TestcaseRecord {
-        const char* command = nullptr;
-        int value = 0;
-        bool isBootTest = false;
-        bool isRound = false;
-        bool isSelect = false;
-        int currentTime = 0;
-        int targetTime = 0;
-        int currentRound = 0;
-        int targetRound = 0;
-    };
+    // One test case's fields, read together, as the plan's schema reads them.
+    using TestcaseRecord = core::TestcaseRecord;
 
     // Test-case records, indexed from 0 in the order of "testcases".
     int getTestcasesLength();

@@ -138,47 +138,25 @@ std::vector<std::string> splitLines(const std::string& text) {
     return lines;
 }
 
-int64_t intMember(const rapidjson::Value& v, const char* key) {
-    auto it = v.FindMember(key);
-    return it != v.MemberEnd() && it->value.IsInt() ? it->value.GetInt() : 0;
-}
-
-bool boolMember(const rapidjson::Value& v, const char* key) {
-    auto it = v.FindMember(key);
-    return it != v.MemberEnd() && it->value.IsTrue();
-}
-
-std::string stringMember(const rapidjson::Value& v, const char* key, const std::string& fallback) {
-    auto it = v.FindMember(key);
-    if (it == v.MemberEnd() || !it->value.IsString()) return fallback;
-    return std::string(it->value.GetString(), it->value.GetStringLength());
-}
-
 // A test case judged as the planner counts it: time and boots against their
 // targets; other round-based test cases are the executor's alone.
 CaseReport judgeCase(const rapidjson::Value& tc, int index) {
+    using namespace ::vendor::brevane::hardware::ostrel::core;
+    TestcaseRecord record = readTestcase(tc);
     CaseReport c;
-    c.name = stringMember(tc, "name", "test case " + std::to_string(index));
-    c.command = stringMember(tc, "command", "");
-    if (!boolMember(tc, "isRound")) {
-        c.kind = Kind::Hours;
-        c.counted = true;
-        c.target = intMember(tc, "testcase_target_time");
-        c.reached = intMember(tc, "testcase_current_time");
-    } else if (boolMember(tc, "isBootTest")) {
-        c.kind = Kind::Boots;
-        c.counted = true;
-        c.target = intMember(tc, "testcase_target_round");
-        c.reached = intMember(tc, "testcase_current_round");
-    } else {
-        c.kind = Kind::Rounds;
-        c.target = intMember(tc, "testcase_target_round");
-        c.asked = c.target - intMember(tc, "testcase_current_round");
+    c.name = record.name ? record.name : "test case " + std::to_string(index);
+    c.command = record.command ? record.command : "";
+    c.kind = countingOf(record);
+    c.counted = c.kind != Kind::ByExecutor;
+    c.target = targetOf(record);
+    if (!c.counted) {
+        c.asked = c.target - record.currentRound;
         c.verdict = Verdict::Unknown;
         c.reason = "rounds are run out by the executor and not counted; " +
                    std::to_string(c.asked) + " asked";
         return c;
     }
+    c.reached = currentOf(record);
     bool reached = c.reached >= c.target;
     c.verdict = reached ? Verdict::Pass : Verdict::Fail;
     c.reason = std::string(reached ? "reached " : "stopped at ") + std::to_string(c.reached) +
@@ -208,7 +186,9 @@ bool readPlan(ZipArchiveHandle handle, RunReport* report, std::string* error) {
     int index = 0;
     for (const auto& tc : cases->value.GetArray()) {
         int i = index++;
-        if (tc.IsObject() && boolMember(tc, "select")) report->cases.push_back(judgeCase(tc, i));
+        if (tc.IsObject() && vendor::brevane::hardware::ostrel::core::readTestcase(tc).isSelect) {
+            report->cases.push_back(judgeCase(tc, i));
+        }
     }
     return true;
 }
@@ -339,19 +319,6 @@ Verdict overallVerdict(const RunReport& report) {
         if (c.verdict == Verdict::Fail || c.verdict == Verdict::Error) return Verdict::Fail;
     }
     return Verdict::Pass;
-}
-
-const char* kindName(Kind kind) {
-    switch (kind) {
-        case Kind::Rounds: return "rounds";
-        case Kind::Hours: return "hours";
-        case Kind::Boots: return "boots";
-    }
-    return "rounds";
-}
-
-const char* unitName(Kind kind) {
-    return kind == Kind::Hours ? "seconds" : kindName(kind);
 }
 
 const char* verdictName(Verdict verdict) {

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "PlanSchema.h"
+
 namespace ostrelctl {
 
 // Exit statuses of the report command.
@@ -14,7 +16,9 @@ constexpr int kReportPass = 0;        // every verdict is pass (or unknown)
 constexpr int kReportFail = 1;        // at least one verdict is fail
 constexpr int kReportUnreadable = 2;  // bad command line or an archive that cannot be read
 
-enum class Kind { Rounds, Hours, Boots };
+// How the planner counts a test case, from the plan's schema in the core: rounds
+// (by the executor alone), hours (counted in seconds) or boots.
+using Kind = ::vendor::brevane::hardware::ostrel::core::Counting;
 // Error: the test case fell short because the executor ended in error (a signal
 // or a non-zero status of its own).
 enum class Verdict { Pass, Fail, Unknown, Error };
@@ -24,7 +28,7 @@ enum class Verdict { Pass, Fail, Unknown, Error };
 struct CaseReport {
     std::string name;
     std::string command;
-    Kind kind = Kind::Rounds;
+    Kind kind = Kind::ByExecutor;
     bool counted = false;  // the planner counts it (time, boots)
     int64_t target = 0;
     int64_t reached = 0;   // meaningful when counted
@@ -72,8 +76,8 @@ Verdict historyVerdict(const RunReport& report);
 // Fail when any verdict fails, else pass ("unknown" alone does not fail a run).
 Verdict overallVerdict(const RunReport& report);
 
-const char* kindName(Kind kind);
-const char* unitName(Kind kind);
+using ::vendor::brevane::hardware::ostrel::core::kindName;
+using ::vendor::brevane::hardware::ostrel::core::unitName;
 const char* verdictName(Verdict verdict);
 
 // The four output formats.

@@ -33,7 +33,7 @@ std::string hours(int64_t seconds) {
 }
 
 std::string amount(const CaseReport& c, int64_t value) {
-    return c.kind == Kind::Hours ? hours(value) : std::to_string(value);
+    return c.kind == Kind::ByTime ? hours(value) : std::to_string(value);
 }
 
 int countOf(const RunReport& report, Verdict verdict) {
@@ -266,7 +266,7 @@ std::string reportJunit(const RunReport& report) {
     }
     out += "    </properties>\n";
     for (const auto& c : report.cases) {
-        int64_t seconds = c.kind == Kind::Hours ? c.reached : 0;
+        int64_t seconds = c.kind == Kind::ByTime ? c.reached : 0;
         out += "    <testcase" + attr("classname", std::string("ostrel.") + kindName(c.kind)) +
                attr("name", c.name) + attr("time", std::to_string(seconds)) + ">\n";
         if (c.verdict == Verdict::Fail) {

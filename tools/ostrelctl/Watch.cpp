@@ -13,24 +13,17 @@
 
 #include "Client.h"
 #include "JsonText.h"
+#include "PlanSchema.h"
 
 namespace ostrelctl {
+
+namespace core = ::vendor::brevane::hardware::ostrel::core;
 
 using ::android::hardware::hidl_string;
 
 namespace {
 
 constexpr int kBarWidth = 30;
-
-int intMember(const rapidjson::Value& v, const char* key) {
-    auto it = v.FindMember(key);
-    return it != v.MemberEnd() && it->value.IsInt() ? it->value.GetInt() : 0;
-}
-
-bool boolMember(const rapidjson::Value& v, const char* key) {
-    auto it = v.FindMember(key);
-    return it != v.MemberEnd() && it->value.IsBool() && it->value.GetBool();
-}
 
 std::string bar(double done, double target) {
     double fraction = target > 0 ? done / target : 0;
@@ -55,28 +48,25 @@ std::string progressLines(const std::string& plan) {
     int index = 0;
     for (const auto& tc : cases->value.GetArray()) {
         int i = index++;
-        if (!tc.IsObject() || !boolMember(tc, "select")) continue;
-        auto nameIt = tc.FindMember("name");
-        std::string name = nameIt != tc.MemberEnd() && nameIt->value.IsString()
-                                   ? nameIt->value.GetString()
-                                   : "test case " + std::to_string(i);
+        if (!tc.IsObject()) continue;
+        core::TestcaseRecord record = core::readTestcase(tc);
+        if (!record.isSelect) continue;
+        std::string name = record.name ? record.name : "test case " + std::to_string(i);
+        int cur = core::currentOf(record), target = core::targetOf(record);
         char amount[96];
-        if (boolMember(tc, "isRound")) {
-            int cur = intMember(tc, "testcase_current_round");
-            int target = intMember(tc, "testcase_target_round");
-            // The planner counts the rounds of boot tests only (one per boot);
-            // other rounds are run out by the executor itself.
-            bool boots = boolMember(tc, "isBootTest");
-            snprintf(amount, sizeof(amount), "%d/%d %s", cur, target,
-                     boots ? "boots" : "rounds (run by the executor, not counted)");
-            out << "  " << bar(cur, target);
-        } else {
-            int cur = intMember(tc, "testcase_current_time");
-            int target = intMember(tc, "testcase_target_time");
-            snprintf(amount, sizeof(amount), "%.2f/%.2f h", cur / 3600.0, target / 3600.0);
-            out << "  " << bar(cur, target);
+        switch (core::countingOf(record)) {
+            case core::Counting::ByTime:
+                snprintf(amount, sizeof(amount), "%.2f/%.2f h", cur / 3600.0, target / 3600.0);
+                break;
+            case core::Counting::ByBoots:
+                snprintf(amount, sizeof(amount), "%d/%d boots", cur, target);
+                break;
+            case core::Counting::ByExecutor:
+                snprintf(amount, sizeof(amount), "%d/%d rounds (run by the executor, not counted)",
+                         cur, target);
+                break;
         }
-        out << "  " << amount << "  " << name << "\n";
+        out << "  " << bar(cur, target) << "  " << amount << "  " << name << "\n";
     }
     std::string lines = out.str();
     return lines.empty() ? "  (no selected test case)\n" : lines;
