@@ -46,18 +46,6 @@ rapidjson::Value* memberOf(rapidjson::Value* object, const char* key) {
     return it == object->MemberEnd() ? nullptr : &it->value;
 }
 
-int intOf(const rapidjson::Value* v) {
-    return v != nullptr && v->IsInt() ? v->GetInt() : 0;
-}
-
-bool isTrue(const rapidjson::Value* v) {
-    return v != nullptr && v->IsTrue();
-}
-
-const char* stringOf(const rapidjson::Value* v) {
-    return v != nullptr && v->IsString() ? v->GetString() : nullptr;
-}
-
 bool writeAll(int fd, const char* data, size_t size) {
     while (size > 0) {
         ssize_t n = write(fd, data, size);

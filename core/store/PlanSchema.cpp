@@ -10,6 +10,8 @@ const rapidjson::Value* memberOf(const rapidjson::Value& object, const char* key
     return it == object.MemberEnd() ? nullptr : &it->value;
 }
 
+}  // namespace
+
 int intOf(const rapidjson::Value* v) {
     return v != nullptr && v->IsInt() ? v->GetInt() : 0;
 }
@@ -21,8 +23,6 @@ bool isTrue(const rapidjson::Value* v) {
 const char* stringOf(const rapidjson::Value* v) {
     return v != nullptr && v->IsString() ? v->GetString() : nullptr;
 }
-
-}  // namespace
 
 TestcaseRecord readTestcase(const rapidjson::Value& tc) {
     using namespace plankey;

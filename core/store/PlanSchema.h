@@ -43,6 +43,12 @@ struct TestcaseRecord {
 
 TestcaseRecord readTestcase(const rapidjson::Value& testcase);
 
+// The typed reads of every plan value: null, another type, or a number that is no
+// 32-bit integer reads as 0, false or null.
+int intOf(const rapidjson::Value* v);
+bool isTrue(const rapidjson::Value* v);
+const char* stringOf(const rapidjson::Value* v);
+
 // How the planner counts a test case: time-based ones by ticks (in seconds),
 // boot tests by completed boots, other round-based ones not at all (the executor
 // runs out its rounds).
