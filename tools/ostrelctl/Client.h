@@ -34,6 +34,8 @@ int runCommand(const sp<IOstrel>& service, const std::vector<std::string>& args,
 
 // Watches the run until it leaves RUNNING (watch.cpp).
 int watchRun(const sp<IOstrel>& service, const Options& options);
+// ostrelctl report [--format text|json|junit|lava] ARCHIVE; |args[0]| is "report".
+int runReport(const std::vector<std::string>& args, bool jsonDefault);
 
 // Escapes |text| as a JSON string literal.
 std::string jsonString(const std::string& text);

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "Client.h"
-#include "Report.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 #include "JsonText.h"
 #include "Report.h"
 
-namespace ostrelctl {
+namespace ostrel_report {
 
 namespace {
 
@@ -331,4 +331,4 @@ const char* verdictName(Verdict verdict) {
     return "unknown";
 }
 
-}  // namespace ostrelctl
+}  // namespace ostrel_report

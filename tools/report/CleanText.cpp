@@ -5,7 +5,7 @@
 
 #include "Report.h"
 
-namespace ostrelctl {
+namespace ostrel_report {
 
 namespace {
 
@@ -51,4 +51,4 @@ std::string cleanText(const std::string& text) {
     return out;
 }
 
-}  // namespace ostrelctl
+}  // namespace ostrel_report

@@ -1,6 +1,6 @@
-// ostrelctl report: a result archive (QAV<stamp>.zip and the crash-history copy
-// beside it) read offline into a model of verdicts, and that model written as
-// text, JSON, JUnit XML or LAVA test-case lines.
+// The report library: a result archive (QAV<stamp>.zip, the crash-history copy
+// and the run record beside it) read offline, as untrusted input, into a model
+// of verdicts, and that model written as text, JSON, JUnit XML or LAVA lines.
 #pragma once
 
 #include <cstdint>
@@ -9,9 +9,9 @@
 
 #include "PlanSchema.h"
 
-namespace ostrelctl {
+namespace ostrel_report {
 
-// Exit statuses of the report command.
+// Exit statuses of a report.
 constexpr int kReportPass = 0;        // every verdict is pass (or unknown)
 constexpr int kReportFail = 1;        // at least one verdict is fail
 constexpr int kReportUnreadable = 2;  // bad command line or an archive that cannot be read
@@ -90,7 +90,4 @@ std::string reportLava(const RunReport& report);
 // else (control bytes, broken sequences, U+FFFE/U+FFFF) becomes U+FFFD.
 std::string cleanText(const std::string& text);
 
-// ostrelctl report [--format text|json|junit|lava] ARCHIVE; |args[0]| is "report".
-int runReport(const std::vector<std::string>& args, bool jsonDefault);
-
-}  // namespace ostrelctl
+}  // namespace ostrel_report

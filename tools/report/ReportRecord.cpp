@@ -13,7 +13,7 @@
 #include "JsonText.h"
 #include "Report.h"
 
-namespace ostrelctl {
+namespace ostrel_report {
 
 namespace {
 
@@ -152,4 +152,4 @@ bool applyRunRecord(const std::string& archivePath, RunReport* report, std::stri
     return true;
 }
 
-}  // namespace ostrelctl
+}  // namespace ostrel_report

@@ -1,19 +1,17 @@
-// ostrelctl report, the writing half: the run's model as a table for a person,
-// one JSON document, JUnit XML or LAVA test-case lines; and the command itself.
+// The writing half of a report: the run's model as a table for a person, one
+// JSON document, JUnit XML or LAVA test-case lines.
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
 
 #include <cstdio>
-#include <iostream>
 #include <set>
 
 #include "Report.h"
 
-namespace ostrelctl {
+namespace ostrel_report {
 
 namespace {
 
-constexpr const char* kUsageText = "usage: ostrelctl report [--format text|json|junit|lava] ARCHIVE";
 constexpr const char* kHistoryName = "crash history";
 constexpr size_t kLavaNameMax = 100;
 
@@ -325,47 +323,4 @@ std::string reportLava(const RunReport& report) {
     return out + "lava-test-set stop\n";
 }
 
-int runReport(const std::vector<std::string>& args, bool jsonDefault) {
-    std::string format = jsonDefault ? "json" : "text";
-    std::vector<std::string> files;
-    for (size_t i = 1; i < args.size(); i++) {
-        const std::string& arg = args[i];
-        if (arg == "--format" && i + 1 < args.size()) {
-            format = args[++i];
-        } else if (arg.compare(0, 9, "--format=") == 0) {
-            format = arg.substr(9);
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            std::cerr << "ostrelctl: report: unknown option " << arg << "\n" << kUsageText << "\n";
-            return kReportUnreadable;
-        } else {
-            files.push_back(arg);
-        }
-    }
-    if (format != "text" && format != "json" && format != "junit" && format != "lava") {
-        std::cerr << "ostrelctl: report: unknown format \"" << format << "\"\n" << kUsageText << "\n";
-        return kReportUnreadable;
-    }
-    if (files.size() != 1) {
-        std::cerr << "ostrelctl: report takes one ARCHIVE\n" << kUsageText << "\n";
-        return kReportUnreadable;
-    }
-    RunReport report;
-    std::string error;
-    if (!readRunReport(files[0], &report, &error)) {
-        std::cerr << "ostrelctl: " << files[0] << ": " << error << "\n";
-        return kReportUnreadable;
-    }
-    if (format == "json") {
-        std::cout << reportJson(report);
-    } else if (format == "junit") {
-        std::cout << reportJunit(report);
-    } else if (format == "lava") {
-        std::cout << reportLava(report);
-    } else {
-        std::cout << reportText(report);
-    }
-    std::cout.flush();
-    return overallVerdict(report) == Verdict::Fail ? kReportFail : kReportPass;
-}
-
-}  // namespace ostrelctl
+}  // namespace ostrel_report
