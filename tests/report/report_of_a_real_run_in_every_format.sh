@@ -106,7 +106,7 @@ EOF
 # runs its rounds and exits 0.
 start_service
 ctl get-config | ctl set-config - >/dev/null
-plan "$(testcase first "say a" 1)" "$(testcase segv "signal SEGV" 1)" "$(testcase "crash history" "say b" 1)" > /tmp/segv.json
+plan "$(testcase first "say a" 1)" "$(testcase first "signal SEGV" 1)" "$(testcase "crash history" "say b" 1)" > /tmp/segv.json
 plan "$(testcase rounds "say ok" 2)" > /tmp/ok.json
 segv=$(run_to_end /tmp/segv.json)
 ok=$(run_to_end /tmp/ok.json)
@@ -117,6 +117,7 @@ exit 1
 exit 1
 suite $(basename "$segv" .zip) tests=4 failures=0 errors=3 skipped=0
 first ostrel.rounds Error SIGSEGV
+first #2 ostrel.rounds Error SIGSEGV
 exit 1
 lava-test-case crash_history_2 --result fail
 lava-test-case executor_SIGSEGV --result fail
@@ -125,7 +126,7 @@ EOF
 )" "$(report json "$segv" | head -1; jq -c '[.testcases[].verdict]' /tmp/report.out | tr '\n' ' '
        jq -c '.run.error, (.run.configuration | test("/sillet set .* [(]exit 0[)]$"))' /tmp/report.out | tr '\n' ' '
        jq -c .counts /tmp/report.out
-       report junit "$segv"; junit_cases | sed -n 1,2p
+       report junit "$segv"; junit_cases | sed -n 1,3p
        report lava "$segv" | grep -E '^exit|executor_|crash_history')"
 check "an executor that ran its rounds and exited 0: its round test case passes, exit 0" \
     "$(printf '%s\n' "exit 0" '["pass"]')" "$(report json "$ok" | head -1; jq -c '[.testcases[].verdict]' /tmp/report.out)"

@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <map>
 #include <memory>
 
 #include "JsonText.h"
@@ -184,10 +185,14 @@ bool readPlan(ZipArchiveHandle handle, RunReport* report, std::string* error) {
     auto cases = doc.FindMember("testcases");
     if (cases == doc.MemberEnd() || !cases->value.IsArray()) return true;
     int index = 0;
+    std::map<std::pair<std::string, int>, int> seen;
     for (const auto& tc : cases->value.GetArray()) {
         int i = index++;
         if (tc.IsObject() && vendor::brevane::hardware::ostrel::core::readTestcase(tc).isSelect) {
-            report->cases.push_back(judgeCase(tc, i));
+            CaseReport c = judgeCase(tc, i);
+            int n = ++seen[{c.name, static_cast<int>(c.kind)}];
+            c.id = n == 1 ? c.name : c.name + " #" + std::to_string(n);
+            report->cases.push_back(std::move(c));
         }
     }
     return true;

@@ -27,6 +27,9 @@ enum class Verdict { Pass, Fail, Unknown, Error };
 // boots, or seconds for a time-based test case.
 struct CaseReport {
     std::string name;
+    // Its identity across runs: the name, and " #N" for the N-th test case of the
+    // same name and kind in plan order.
+    std::string id;
     std::string command;
     Kind kind = Kind::ByExecutor;
     bool counted = false;  // the planner counts it (time, boots)

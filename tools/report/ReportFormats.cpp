@@ -186,6 +186,7 @@ std::string reportJson(const RunReport& report) {
     for (const auto& c : report.cases) {
         w.StartObject();
         w.Key("name"); writeString(w, c.name);
+        w.Key("id"); writeString(w, c.id);
         w.Key("command"); writeString(w, c.command);
         w.Key("kind"); w.String(kindName(c.kind));
         w.Key("unit"); w.String(unitName(c.kind));
@@ -266,7 +267,7 @@ std::string reportJunit(const RunReport& report) {
     for (const auto& c : report.cases) {
         int64_t seconds = c.kind == Kind::ByTime ? c.reached : 0;
         out += "    <testcase" + attr("classname", std::string("ostrel.") + kindName(c.kind)) +
-               attr("name", c.name) + attr("time", std::to_string(seconds)) + ">\n";
+               attr("name", c.id) + attr("time", std::to_string(seconds)) + ">\n";
         if (c.verdict == Verdict::Fail) {
             out += "      <failure" + attr("message", c.reason) + attr("type", kindName(c.kind)) +
                    "/>\n";
