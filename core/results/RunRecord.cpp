@@ -18,6 +18,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "AtomicFile.h"
 #include "DeviceIdentity.h"
 #include "JsonText.h"
 #include "OstrelLog.h"
@@ -221,31 +222,11 @@ void RunRecord::runEnded(const char* cause) {
     changed = true;
 }
 
-// Temporary file, fsync, rename: a kill leaves the old text or the new.
 bool RunRecord::replaceFile(const char* temp, const char* path, const std::string& text) {
     mkdir(kRunRecordDir, 0770);
-    int fd = open(temp, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0660);
-    if (fd < 0) {
-        error("ostrel: run record %s (errno:%d, %s)\n", temp, errno);
-        return false;
-    }
-    const char* p = text.data();
-    size_t left = text.size();
-    bool ok = true;
-    while (ok && left > 0) {
-        ssize_t n = write(fd, p, left);
-        if (n < 0 && errno == EINTR) continue;
-        ok = n > 0;
-        if (ok) p += n, left -= static_cast<size_t>(n);
-    }
-    int err = errno;
-    ok = ok && fsync(fd) == 0;
-    close(fd);
-    if (!ok || rename(temp, path) != 0) {
-        error("ostrel: run record %s (errno:%d, %s)\n", path, ok ? errno : err);
-        return false;
-    }
-    return true;
+    if (replaceFileAtomically(temp, path, text, 0660)) return true;
+    error("ostrel: run record %s (errno:%d, %s)\n", path, errno);
+    return false;
 }
 
 std::string RunRecord::textOf(const rapidjson::Value& value) {

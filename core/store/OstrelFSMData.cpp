@@ -13,6 +13,7 @@
 #include <iterator>
 #include <string>
 
+#include "AtomicFile.h"
 #include "JsonText.h"
 #include "OstrelLog.h"
 
@@ -46,16 +47,6 @@ rapidjson::Value* memberOf(rapidjson::Value* object, const char* key) {
     return it == object->MemberEnd() ? nullptr : &it->value;
 }
 
-bool writeAll(int fd, const char* data, size_t size) {
-    while (size > 0) {
-        ssize_t n = write(fd, data, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        data += n;
-        size -= static_cast<size_t>(n);
-    }
-    return true;
-}
 
 }  // namespace
 
@@ -125,14 +116,7 @@ std::string OstrelFSMData::documentText() {
 }
 
 bool OstrelFSMData::replacePlanFile(const std::string& text) {
-    int fd = open(kPlanTempFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) return false;
-    bool written = writeAll(fd, text.data(), text.size()) && fsync(fd) == 0;
-    close(fd);
-    if (!written || rename(kPlanTempFile, kPlanFile) != 0) {
-        unlink(kPlanTempFile);
-        return false;
-    }
+    if (!replaceFileAtomically(kPlanTempFile, kPlanFile, text, 0666)) return false;
     lastWritten = text;
     writes++;
     return true;

@@ -1,0 +1,14 @@
+// Replaces a file atomically: the text goes to |temp| (in the same directory),
+// is flushed to disk and renamed over |path|, so that a kill or a power cut
+// leaves the old text or the new, never a torn one.
+#pragma once
+
+#include <string>
+
+namespace vendor::brevane::hardware::ostrel::core {
+
+// False, with errno telling why, when the text could not be put in place; the
+// temporary file is then removed.
+bool replaceFileAtomically(const char* temp, const char* path, const std::string& text, int mode);
+
+}  // namespace vendor::brevane::hardware::ostrel::core
