@@ -34,6 +34,11 @@ int runCommand(const sp<IOstrel>& service, const std::vector<std::string>& args,
 
 // Watches the run until it leaves RUNNING (watch.cpp).
 int watchRun(const sp<IOstrel>& service, const Options& options);
+// The text of FILE (args[1]) or of standard input ("-" or no FILE); false, with
+// a line on standard error, when it cannot be read.
+bool readInput(const std::vector<std::string>& args, std::string* text);
+// ostrelctl check-plan FILE|-: offline, no bus.
+int checkPlanCommand(const std::vector<std::string>& args);
 // ostrelctl report [--format text|json|junit|lava] ARCHIVE; |args[0]| is "report".
 int runReport(const std::vector<std::string>& args, bool jsonDefault);
 

@@ -68,24 +68,6 @@ int transportFailure(const char* method, const std::string& description) {
 }
 
 // Reads FILE, or standard input for "-" or no FILE.
-bool readInput(const std::vector<std::string>& args, std::string* text) {
-    if (args.size() > 2) {
-        std::cerr << "ostrelctl: " << args[0] << " takes one FILE (or - for standard input)\n";
-        return false;
-    }
-    if (args.size() < 2 || args[1] == "-") {
-        text->assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-        return true;
-    }
-    std::ifstream in(args[1], std::ios::binary);
-    if (!in) {
-        std::cerr << "ostrelctl: cannot read " << args[1] << ": " << strerror(errno) << "\n";
-        return false;
-    }
-    text->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return true;
-}
-
 // getConfig, getTest: the JSON text (pretty), exit 1 when the answer is empty.
 int textCommand(const char* method, const char* key,
                 const std::function<Return<void>(IOstrel::getTest_cb)>& call,
@@ -213,6 +195,24 @@ int installTesters(const sp<IOstrel>& service, const std::vector<std::string>& a
 }
 
 }  // namespace
+
+bool readInput(const std::vector<std::string>& args, std::string* text) {
+    if (args.size() > 2) {
+        std::cerr << "ostrelctl: " << args[0] << " takes one FILE (or - for standard input)\n";
+        return false;
+    }
+    if (args.size() < 2 || args[1] == "-") {
+        text->assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+        return true;
+    }
+    std::ifstream in(args[1], std::ios::binary);
+    if (!in) {
+        std::cerr << "ostrelctl: cannot read " << args[1] << ": " << strerror(errno) << "\n";
+        return false;
+    }
+    text->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return true;
+}
 
 std::string jsonString(const std::string& text) {
     rapidjson::StringBuffer buffer;

@@ -35,6 +35,16 @@ Commands (one IOstrel method each):
   watch                 show the state and a progress bar per selected test case
                         (rounds or hours) until the run leaves RUNNING
 
+Checking a plan (offline: no service, no bus):
+  check-plan FILE|-     every problem of a plan that the service would store but
+                        run wrong, one line each with its JSON path and what to
+                        write instead (a missing key the planner writes into, a
+                        value of the wrong type, a near-miss key such as
+                        isround, a size of 0, no test case selected, two test
+                        cases of one name, ...), then warnings (keys the planner
+                        does not know, which it keeps). Exit status: 0 no
+                        problem, 1 problems found, 2 not readable or not JSON.
+
 Reporting a result (offline: no service, no bus; a result pulled off a device
 can be reported anywhere):
   report [--format text|json|junit|lava] ARCHIVE
@@ -83,7 +93,7 @@ reached or the call failed (the D-Bus error is printed).
 const std::set<std::string> kCommands = {
         "get-config",     "set-config", "clear-config", "state",   "run-start",
         "run-abort",      "run-finished", "boot-completed", "install-testers",
-        "get-test",       "set-test",   "get-result",   "watch",       "report"};
+        "get-test",       "set-test",   "get-result",   "watch",       "report", "check-plan"};
 
 }  // namespace
 
@@ -125,6 +135,7 @@ int main(int argc, char** argv) {
     }
     // A report reads files only: no bus connection is made.
     if (args[0] == "report") return ostrelctl::runReport(args, options.json);
+    if (args[0] == "check-plan") return ostrelctl::checkPlanCommand(args);
     auto service = ostrelctl::IOstrel::getService("default");
     if (service == nullptr) {
         std::cerr << "ostrelctl: the Ostrel service (IOstrel/default) is not running or cannot "
