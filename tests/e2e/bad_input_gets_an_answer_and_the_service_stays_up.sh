@@ -26,11 +26,11 @@ check "an array of 65536 bytes is taken (PREPARING answers true); its log holds 
 # a plan, and one nested a million deep, are answered true and change nothing.
 head -c 10485760 /dev/zero | tr '\0' 'x' > /tmp/big.txt
 plan "$(testcase "$(cat /tmp/big.txt)" "say x" 1)" > /tmp/bigplan.json
-stored=$(ctl set-test /tmp/bigplan.json) || true
+stored=$(ctl set-test --force /tmp/bigplan.json) || true
 check "a 10 MB text that is not a plan is answered true, and comes back whole in the reply log" "true 10485773" \
-    "$(ctl --json set-test /tmp/big.txt | jq -r '"\(.ok) \(.log[1] | length)"')"
+    "$(ctl --json set-test --force /tmp/big.txt | jq -r '"\(.ok) \(.log[1] | length)"')"
 head -c 1000000 /dev/zero | tr '\0' '[' > /tmp/deep.txt
-check "a plan nested a million deep is answered true" "setTest: ok" "$(ctl set-test /tmp/deep.txt)"
+check "a plan nested a million deep is answered true" "setTest: ok" "$(ctl set-test --force /tmp/deep.txt)"
 check "a configuration nested a million deep, and a 10 MB one that is not JSON, are refused" \
     "setConfig: refused setConfig: refused" "$(ctl set-config /tmp/deep.txt) $(ctl set-config /tmp/big.txt)"
 check "the 10 MB plan is stored and stays in force, whole; the service still serves" \

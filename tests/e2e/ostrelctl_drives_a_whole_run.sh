@@ -49,4 +49,17 @@ check "the executor's log in the archive shows both test cases ran" "yes" \
     "$(yes_if grep -q "say hello, round 2 of 2" <<<"$(unzip -p "$archive" '*kelbrun_log.txt')")"
 check "the crash line was collected into the history copy" "e2e-crash 1" "$(cat "$history")"
 check "a second get-result: exit 1, back in PREPARING" "1 PREPARING" "$(status_of ctl get-result) $(ctl state)"
+
+# Changes are confirmed: a plan with problems is refused unless forced; a plan
+# without a state is stored, and run-start then says that nothing started.
+jq -c 'del(.current_state)' /tmp/plan.json > /tmp/nostate.json
+check "set-test refuses a plan with problems (exit 2, check-plan's lines); --force stores it" "$(cat <<'EOF'
+2 ostrelctl: set-test: the plan was not stored (--force stores it as it is):
+$.current_state: missing; the planner writes it only when it is there (without it the planner falls to IDLE): add "current_state": 1
+setTest: ok
+EOF
+)" "$(status_of ctl set-test /tmp/nostate.json) $(ctl set-test /tmp/nostate.json 2>&1; ctl set-test --force /tmp/nostate.json)"
+check "run-start after it: exit 1 and why nothing started" \
+    "1 ostrelctl: run-start: nothing started: the planner is in IDLE: the stored plan has no state; see check-plan" \
+    "$(status_of ctl run-start) $(ctl run-start 2>&1 >/dev/null)"
 finish

@@ -13,7 +13,7 @@ plan "$(testcase greeting "say hi" 2)" \
      "$(testcase "crash lines" 'sleep 3 1 crash short e2e<short&\u0001 1 crash long e2e-long' 1)" \
      "$(testcase warm-up "say warm" 0 time)" "$(testcase reboots "sleep 60" 3 boot)" \
      "$(testcase "not selected" "say never" 1 round false)" > /tmp/plan.json
-ctl set-test /tmp/plan.json >/dev/null
+ctl set-test --force /tmp/plan.json >/dev/null  # a size of 0, on purpose
 ctl run-start >/dev/null
 for _ in $(seq 100); do [ "$(cat /data/vendor/qav/data/db_history 2>/dev/null | wc -l)" -lt 2 ] || break; sleep 0.2; done
 # A reboot: one boot of the boot test is counted, then the run is aborted.
@@ -47,7 +47,7 @@ PY
 # run_to_end PLAN: stores it, starts the run, waits until the executor's end is
 # seen (the service's next tick) and fetches the result: the archive's name.
 run_to_end() {
-    ctl set-test "$1" >/dev/null; ctl run-start >/dev/null
+    ctl set-test --force "$1" >/dev/null; ctl run-start >/dev/null
     for _ in $(seq 150); do [ "$(call getState)" != 3 ] || break; sleep 0.2; done
     ctl get-result | sed -n 's/^archive: //p'
 }

@@ -4,12 +4,15 @@
 
 #include <vendor/brevane/hardware/ostrel/2.0/IOstrel.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace ostrelctl {
 
 using ::android::sp;
+using ::android::hardware::hidl_string;
+using ::android::hardware::Return;
 using ::vendor::brevane::hardware::ostrel::V2_0::IOstrel;
 using ::vendor::brevane::hardware::ostrel::V2_0::OstrelState;
 
@@ -37,6 +40,16 @@ int watchRun(const sp<IOstrel>& service, const Options& options);
 // The text of FILE (args[1]) or of standard input ("-" or no FILE); false, with
 // a line on standard error, when it cannot be read.
 bool readInput(const std::vector<std::string>& args, std::string* text);
+// Answers of the service, printed as plain text or JSON: 0, 1 (refused) or 3.
+int valueBool(const char* method, Return<bool> ret, const Options& options);
+int callbackBool(const char* method, const std::function<Return<void>(IOstrel::setTest_cb)>& call,
+                 const Options& options);
+int transportFailure(const char* method, const std::string& description);
+// run-start, run-abort, run-finished, boot-completed, confirmed by the state after.
+int confirmedValue(const sp<IOstrel>& service, const std::string& cmd, const char* method,
+                   const std::function<Return<bool>()>& call, const Options& options);
+// set-test [--force] FILE|-: checked first, confirmed by reading the plan back.
+int checkedSetTest(const sp<IOstrel>& service, std::vector<std::string> args, const Options& options);
 // ostrelctl check-plan FILE|-: offline, no bus.
 int checkPlanCommand(const std::vector<std::string>& args);
 // ostrelctl report [--format text|json|junit|lava] ARCHIVE; |args[0]| is "report".

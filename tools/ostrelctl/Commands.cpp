@@ -62,11 +62,6 @@ void printLog(const std::string& log, const Options& options) {
     if (options.showLog && !options.json) std::cerr << log;
 }
 
-int transportFailure(const char* method, const std::string& description) {
-    std::cerr << "ostrelctl: " << method << " failed: " << description << "\n";
-    return kTransport;
-}
-
 // Reads FILE, or standard input for "-" or no FILE.
 // getConfig, getTest: the JSON text (pretty), exit 1 when the answer is empty.
 int textCommand(const char* method, const char* key,
@@ -106,27 +101,6 @@ int boolAnswer(const char* method, bool ok, const std::string* log, const Option
     }
     if (log) printLog(*log, options);
     return ok ? kOk : kRefused;
-}
-
-// setConfig, setTest, clearConfig, installTesters: (bool ok, string log).
-int callbackBool(const char* method,
-                 const std::function<Return<void>(IOstrel::setTest_cb)>& call,
-                 const Options& options) {
-    bool ok = false;
-    std::string log;
-    auto ret = call([&](bool o, const hidl_string& l) {
-        ok = o;
-        log = std_string(l);
-    });
-    if (!ret.isOk()) return transportFailure(method, ret.description());
-    return boolAnswer(method, ok, &log, options);
-}
-
-// runStart, runAbort, runFinished, bootCompleted: a plain bool; their reply-log
-// lines travel with the next callback answer.
-int valueBool(const char* method, Return<bool> ret, const Options& options) {
-    if (!ret.isOk()) return transportFailure(method, ret.description());
-    return boolAnswer(method, ret, nullptr, options);
 }
 
 int state(const sp<IOstrel>& service, const Options& options) {
@@ -196,6 +170,32 @@ int installTesters(const sp<IOstrel>& service, const std::vector<std::string>& a
 
 }  // namespace
 
+int transportFailure(const char* method, const std::string& description) {
+    std::cerr << "ostrelctl: " << method << " failed: " << description << "\n";
+    return kTransport;
+}
+
+// setConfig, setTest, clearConfig, installTesters: (bool ok, string log).
+int callbackBool(const char* method,
+                 const std::function<Return<void>(IOstrel::setTest_cb)>& call,
+                 const Options& options) {
+    bool ok = false;
+    std::string log;
+    auto ret = call([&](bool o, const hidl_string& l) {
+        ok = o;
+        log = std_string(l);
+    });
+    if (!ret.isOk()) return transportFailure(method, ret.description());
+    return boolAnswer(method, ok, &log, options);
+}
+
+// runStart, runAbort, runFinished, bootCompleted: a plain bool; their reply-log
+// lines travel with the next callback answer.
+int valueBool(const char* method, Return<bool> ret, const Options& options) {
+    if (!ret.isOk()) return transportFailure(method, ret.description());
+    return boolAnswer(method, ret, nullptr, options);
+}
+
 bool readInput(const std::vector<std::string>& args, std::string* text) {
     if (args.size() > 2) {
         std::cerr << "ostrelctl: " << args[0] << " takes one FILE (or - for standard input)\n";
@@ -245,29 +245,29 @@ int runCommand(const sp<IOstrel>& service, const std::vector<std::string>& args,
         return textCommand("getConfig", "config",
                            [&](auto cb) { return service->getConfig(cb); }, options);
     }
-    if (cmd == "set-config" || cmd == "set-test") {
+    if (cmd == "set-config") {
         if (!readInput(args, &text)) return kUsage;
         hidl_string in(text);
-        if (cmd == "set-config") {
-            return callbackBool("setConfig", [&](auto cb) { return service->setConfig(in, cb); },
-                                options);
-        }
-        return callbackBool("setTest", [&](auto cb) { return service->setTest(in, cb); },
-                            options);
+        return callbackBool("setConfig", [&](auto cb) { return service->setConfig(in, cb); }, options);
     }
+    if (cmd == "set-test") return checkedSetTest(service, args, options);
     if (cmd == "clear-config") {
         if (!noArgs()) return kUsage;
         return callbackBool("clearConfig", [&](auto cb) { return service->clearConfig(cb); },
                             options);
     }
     if (cmd == "state") return noArgs() ? state(service, options) : kUsage;
-    if (cmd == "run-start") return noArgs() ? valueBool("runStart", service->runStart(), options) : kUsage;
-    if (cmd == "run-abort") return noArgs() ? valueBool("runAbort", service->runAbort(), options) : kUsage;
-    if (cmd == "run-finished") {
-        return noArgs() ? valueBool("runFinished", service->runFinished(), options) : kUsage;
-    }
-    if (cmd == "boot-completed") {
-        return noArgs() ? valueBool("bootCompleted", service->bootCompleted(), options) : kUsage;
+    struct Change {
+        const char* command;
+        const char* method;
+        std::function<Return<bool>()> call;
+    };
+    const Change changes[] = {{"run-start", "runStart", [&] { return service->runStart(); }},
+                              {"run-abort", "runAbort", [&] { return service->runAbort(); }},
+                              {"run-finished", "runFinished", [&] { return service->runFinished(); }},
+                              {"boot-completed", "bootCompleted", [&] { return service->bootCompleted(); }}};
+    for (const Change& c : changes) {
+        if (cmd == c.command) return noArgs() ? confirmedValue(service, cmd, c.method, c.call, options) : kUsage;
     }
     if (cmd == "install-testers") return installTesters(service, args, options);
     if (cmd == "get-test") {

@@ -29,7 +29,10 @@ Commands (one IOstrel method each):
   install-testers FILE [NAME]
                         hand the planner a tester file (at most 65536 bytes)
   get-test              print the stored plan (JSON)
-  set-test [FILE|-]     store a plan (JSON) from FILE or standard input
+  set-test [--force] [FILE|-]
+                        store a plan (JSON) from FILE or standard input; a plan
+                        with problems (see check-plan) is refused with exit 2
+                        unless --force; the stored plan is read back
   get-result            pack the last run and print its archive and crash-history
                         copy; may take minutes, there is no time-out
   watch                 show the state and a progress bar per selected test case
@@ -73,8 +76,9 @@ The life of a run:
   3. run-start moves to RUNNING: the selected test cases run through the test
      executor; each counts rounds or hours. Boot tests count boots: after each
      reboot, boot-completed counts one and starts the executor again.
-  4. When every test case has reached its target, or on run-abort or
-     run-finished, the planner moves to COMPLETING.
+  4. Reaching every target stops the counting; the run ends, and the planner
+     moves to COMPLETING, when the executor ends (seen at the next tick, every
+     10 s), or on run-abort or run-finished.
   5. get-result packs the run's output into a zip archive beside a copy of the
      crash-history lines collected during the run, prints both paths and
      returns the planner to PREPARING for the next plan.
@@ -85,9 +89,17 @@ install-testers, get-test, set-test, get-result) hands over the whole log and
 empties it, so lines of plain calls (state, run-*, boot-completed) arrive with
 the next such answer. Use --log to see it.
 
+Changes are confirmed from the service afterwards (getState, getTest, whose
+lines join the reply log): run-start must leave the planner RUNNING,
+run-abort and run-finished COMPLETING, boot-completed out of IDLE (in
+PREPARING or COMPLETING it has nothing to do and says so), set-test must read
+back the plan sent (current_state aside). A change answered true that did not
+happen exits 1 with a line that says what the planner did instead.
+
 Exit status: 0 success; 1 the service refused (false, or no text in its
-current state); 2 bad command line or input file; 3 the service could not be
-reached or the call failed (the D-Bus error is printed).
+current state) or nothing changed; 2 bad command line or input file (or a plan
+with problems); 3 the service could not be reached or the call failed (the
+D-Bus error is printed).
 )";
 
 const std::set<std::string> kCommands = {
