@@ -50,6 +50,17 @@ check "the executor's log in the archive shows both test cases ran" "yes" \
 check "the crash line was collected into the history copy" "e2e-crash 1" "$(cat "$history")"
 check "a second get-result: exit 1, back in PREPARING" "1 PREPARING" "$(status_of ctl get-result) $(ctl state)"
 
+# The README's plan example, as written: no problem, and the executor stand-in runs its words.
+sed -n '/^The plan document/,/^```$/p' "$OSTREL_SOURCE_DIR/README.md" | sed '1,3d;$d' > /tmp/readme.json
+checked=$(status_of ctl check-plan /tmp/readme.json)
+started=$(ctl set-test /tmp/readme.json >/dev/null; ctl run-start)
+sleep 1
+first=$(head -1 /data/vendor/qav/kelbrun/kelbrun_log.txt | sed -E 's/ [0-9]+, group [0-9]+//')
+check "the README's plan: check-plan finds nothing; stored and started, the executor takes every word" \
+    "0 runStart: ok kelbrun: pid, arguments: stress 2 3 sleep 60 3 no" \
+    "$checked $started $first $(yes_if grep -q 'unknown word\|missing' /data/vendor/qav/kelbrun/kelbrun_log.txt)"
+ctl run-abort >/dev/null; ctl get-result >/dev/null || true
+
 # Changes are confirmed: a plan with problems is refused unless forced; a plan
 # without a state is stored, and run-start then says that nothing started.
 jq -c 'del(.current_state)' /tmp/plan.json > /tmp/nostate.json
