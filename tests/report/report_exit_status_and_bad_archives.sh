@@ -60,6 +60,7 @@ while IFS='|' read -r args want message; do
     fi
 done <<EOF
 QAVpass.zip|0|
+--help|0|
 --format junit QAVunknown.zip|0|
 --format lava QAVshort.zip|1|
 --format json QAVinside.zip|1|

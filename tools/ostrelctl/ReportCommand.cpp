@@ -22,6 +22,12 @@ int runReport(const std::vector<std::string>& args, bool jsonDefault) {
     std::vector<std::string> files;
     for (size_t i = 1; i < args.size(); i++) {
         const std::string& arg = args[i];
+        if (arg == "--help" || arg == "-h") {
+            std::cout << kUsageText << "\n"
+                      << "Reads a result archive offline and judges every selected test case; "
+                         "see ostrelctl --help.\n";
+            return kReportPass;
+        }
         if (arg == "--format" && i + 1 < args.size()) {
             format = args[++i];
         } else if (arg.compare(0, 9, "--format=") == 0) {

@@ -127,7 +127,7 @@ int main(int argc, char** argv) {
             char* end = nullptr;
             options.interval = strtod(argv[++i], &end);
             if (*end != '\0' || !(options.interval > 0 && options.interval <= 3600)) {
-                std::cerr << "ostrelctl: --interval wants seconds between 0 and 3600\n";
+                std::cerr << "ostrelctl: --interval wants seconds above 0 and at most 3600\n";
                 return ostrelctl::kUsage;
             }
         } else if (arg.size() > 1 && arg[0] == '-') {
