@@ -110,6 +110,8 @@ void RunRecord::error(const char* fmt, const char* what, int err) {
 }
 
 void RunRecord::runStarted(const std::string& planDefinitions) {
+    // The folder exists before any supervisor of the run writes its side file.
+    mkdir(kRunRecordDir, 0770);
     auto& a = doc.GetAllocator();
     doc.SetObject();
     doc.AddMember("record", 1, a);

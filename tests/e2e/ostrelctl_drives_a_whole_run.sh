@@ -38,9 +38,10 @@ check "set-test from a file; the reply log on request, on standard error; run-st
 # next tick (10 s) reaps the finished executor and ends the run.
 status=0
 timeout 60 "$OSTRELCTL" --interval 0.5 watch > /tmp/watch.out || status=$?
-check "watch starts in RUNNING with one bar per selected test case, ends in COMPLETING with exit 0" \
-    "$(printf '0 state: RUNNING\n  [..............................]   0%%  0/2 rounds (run by the executor, not counted)  greeting\n  [..............................]   0%%  0/1 rounds (run by the executor, not counted)  crash\nstate: COMPLETING')" \
-    "$status $(head -3 /tmp/watch.out; grep '^state:' /tmp/watch.out | tail -1)"
+check "watch: a time stamp per update, a line per selected test case, ends in COMPLETING with exit 0" \
+    "$(printf '0 yes\nstate: RUNNING\n  [------------------------------]    -  2 rounds, run by the executor  greeting\n  [------------------------------]    -  1 round, run by the executor  crash\nstate: COMPLETING')" \
+    "$status $(yes_if grep -Eq '^at [0-9]{2}:[0-9]{2}:[0-9]{2}, watched [0-9]+ s$' <(head -1 /tmp/watch.out))
+$(grep -v '^at ' /tmp/watch.out | head -3; grep '^state:' /tmp/watch.out | tail -1)"
 
 archive=$(ctl get-result | tee /tmp/result.out | sed -n 's/^archive: //p')
 history=$(sed -n 's/^history: //p' /tmp/result.out)
@@ -73,4 +74,18 @@ EOF
 check "run-start after it: exit 1 and why nothing started" \
     "1 ostrelctl: run-start: nothing started: the planner is in IDLE: the stored plan has no state; see check-plan" \
     "$(status_of ctl run-start) $(ctl run-start 2>&1 >/dev/null)"
+
+# watch across a reboot (the service stopped and started again): it waits for the
+# service and exits 0 when the run ends; with no run to watch it exits 1. The
+# restart drops the plan without a state, as the store does with such a file.
+stop_service; start_service; ctl boot-completed >/dev/null
+check "watch with no run: exit 1" 1 "$(status_of ctl watch)"
+plan "$(testcase pause "sleep 1" 1)" > /tmp/short.json
+ctl set-test /tmp/short.json >/dev/null; ctl run-start >/dev/null
+"$OSTRELCTL" --interval 0.5 watch > /tmp/rewatch.out 2>&1 & watcher=$!
+sleep 1; stop_service; sleep 1; start_service; ctl boot-completed >/dev/null
+rewatch=0; wait $watcher || rewatch=$?
+check "watch across a restart of the service: waits for it, exit 0 at the run's end" \
+    "0 yes state: COMPLETING" \
+    "$rewatch $(yes_if grep -q 'the service went away; waiting up to 120 s' /tmp/rewatch.out) $(grep '^state:' /tmp/rewatch.out | tail -1)"
 finish

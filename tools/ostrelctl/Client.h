@@ -26,6 +26,7 @@ struct Options {
     bool json = false;      // one JSON object per answer on standard output
     bool showLog = false;   // the reply log on standard error
     double interval = 2.0;  // watch: seconds between polls
+    double reconnect = 120;  // watch: seconds to wait for a service that went away
 };
 
 // The name getState's value stands for ("IDLE", ..., or "UNKNOWN(n)").

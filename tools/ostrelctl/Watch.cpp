@@ -35,84 +35,139 @@ std::string bar(double done, double target) {
     return "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] " + percent;
 }
 
-// One line per selected test case of |plan|, or a note when there is none.
-std::string progressLines(const std::string& plan) {
+// A name on one line: line ends and other control characters become blanks.
+std::string oneLine(const char* text) {
+    std::string out = text;
+    for (char& c : out) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
+    }
+    return out;
+}
+
+std::string hoursText(int seconds) {
+    char buf[32];
+    snprintf(buf, sizeof(buf), "%.2f h", seconds / 3600.0);
+    return buf;
+}
+
+// One line per selected test case of |plan| (a note when there is none), and
+// whether every test case the planner counts has reached its target.
+std::string progressLines(const std::string& plan, bool* allReached) {
+    *allReached = false;
     rapidjson::Document doc;
-    using vendor::brevane::hardware::ostrel::core::parseJsonText;
-    if (!parseJsonText(doc, plan.data(), plan.size()) || !doc.IsObject()) {
+    if (!core::parseJsonText(doc, plan.data(), plan.size()) || !doc.IsObject()) {
         return "  (no plan available)\n";
     }
-    auto cases = doc.FindMember("testcases");
+    auto cases = doc.FindMember(core::plankey::kTestcases);
     if (cases == doc.MemberEnd() || !cases->value.IsArray()) return "  (plan has no test cases)\n";
     std::ostringstream out;
-    int index = 0;
+    int index = 0, counted = 0, reached = 0;
     for (const auto& tc : cases->value.GetArray()) {
         int i = index++;
         if (!tc.IsObject()) continue;
         core::TestcaseRecord record = core::readTestcase(tc);
         if (!record.isSelect) continue;
-        std::string name = record.name ? record.name : "test case " + std::to_string(i);
+        std::string name = record.name ? oneLine(record.name) : "test case " + std::to_string(i);
         int cur = core::currentOf(record), target = core::targetOf(record);
-        char amount[96];
-        switch (core::countingOf(record)) {
-            case core::Counting::ByTime:
-                snprintf(amount, sizeof(amount), "%.2f/%.2f h", cur / 3600.0, target / 3600.0);
-                break;
-            case core::Counting::ByBoots:
-                snprintf(amount, sizeof(amount), "%d/%d boots", cur, target);
-                break;
-            case core::Counting::ByExecutor:
-                snprintf(amount, sizeof(amount), "%d/%d rounds (run by the executor, not counted)",
-                         cur, target);
-                break;
+        core::Counting counting = core::countingOf(record);
+        if (counting == core::Counting::ByExecutor) {
+            out << "  [" << std::string(kBarWidth, '-') << "]    -  " << target
+                << (target == 1 ? " round" : " rounds") << ", run by the executor  " << name << "\n";
+            continue;
         }
+        counted++;
+        reached += cur >= target;
+        std::string amount = counting == core::Counting::ByTime
+                                     ? hoursText(cur) + " of " + hoursText(target) +
+                                               (cur < target ? ", " + hoursText(target - cur) + " left" : "")
+                                     : std::to_string(cur) + " of " + std::to_string(target) + " boots";
         out << "  " << bar(cur, target) << "  " << amount << "  " << name << "\n";
     }
+    *allReached = counted > 0 && reached == counted;
     std::string lines = out.str();
     return lines.empty() ? "  (no selected test case)\n" : lines;
 }
 
+// The local time of day, for the line of each update.
+std::string clockNow() {
+    time_t now = time(nullptr);
+    struct tm tm;
+    char text[16] = "";
+    if (localtime_r(&now, &tm) != nullptr) strftime(text, sizeof(text), "%H:%M:%S", &tm);
+    return text;
+}
+
+// The service again after it went away (a reboot, a restart), within |seconds|.
+sp<IOstrel> reconnect(double seconds) {
+    auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    do {
+        sp<IOstrel> service = IOstrel::getService("default");
+        if (service != nullptr && service->getState().isOk()) return service;
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    } while (std::chrono::steady_clock::now() < until);
+    return nullptr;
+}
+
 }  // namespace
 
-int watchRun(const sp<IOstrel>& service, const Options& options) {
+// Exit 0 once the run has left RUNNING, 1 when there was no run to watch, 3 when
+// the service is gone for longer than the reconnect time.
+int watchRun(const sp<IOstrel>& first, const Options& options) {
     bool tty = isatty(STDOUT_FILENO) && !options.json;
+    sp<IOstrel> service = first;
     std::string shown;
     int shownLines = 0;
+    bool sawRun = false;
+    auto start = std::chrono::steady_clock::now();
     for (;;) {
         auto state = service->getState();
-        if (!state.isOk()) {
-            std::cerr << "ostrelctl: watch: getState failed: " << state.description() << "\n";
-            return kTransport;
-        }
         std::string plan, log;
-        auto ret = service->getTest([&](const hidl_string& t, const hidl_string& l) {
-            plan.assign(t.c_str(), t.size());
-            log.assign(l.c_str(), l.size());
-        });
-        if (!ret.isOk()) {
-            std::cerr << "ostrelctl: watch: getTest failed: " << ret.description() << "\n";
-            return kTransport;
+        bool ok = state.isOk() && service->getTest([&](const hidl_string& t, const hidl_string& l) {
+                                          plan.assign(t.c_str(), t.size());
+                                          log.assign(l.c_str(), l.size());
+                                      }).isOk();
+        if (!ok) {
+            std::cerr << "ostrelctl: watch: the service went away; waiting up to " << options.reconnect
+                      << " s for it to come back\n";
+            service = reconnect(options.reconnect);
+            if (service == nullptr) {
+                std::cerr << "ostrelctl: watch: the service did not come back\n";
+                return kTransport;
+            }
+            shown.clear();
+            shownLines = 0;
+            continue;
         }
         if (options.showLog) std::cerr << log;
         OstrelState value = state;
+        sawRun = sawRun || value == OstrelState::RUNNING;
         std::string block;
         if (options.json) {
             rapidjson::Document doc;
-            bool isJson = vendor::brevane::hardware::ostrel::core::parseJsonText(
-                    doc, plan.data(), plan.size());
+            bool isJson = core::parseJsonText(doc, plan.data(), plan.size());
             block = "{\"method\":\"watch\",\"state\":" + jsonString(stateName(value)) +
                     ",\"test\":" + (isJson ? plan : jsonString(plan)) + "}\n";
         } else {
-            block = "state: " + stateName(value) + "\n" + progressLines(plan);
+            bool allReached = false;
+            std::string lines = progressLines(plan, &allReached);
+            block = "state: " + stateName(value) + "\n" + lines;
+            if (allReached && value == OstrelState::RUNNING) {
+                block += "  every counted target is reached: the run ends when the executor ends "
+                         "(seen at the next tick), or on run-finished or run-abort\n";
+            }
         }
         if (block != shown) {
             if (tty && shownLines > 0) std::cout << "\033[" << shownLines << "A\033[J";
-            std::cout << block << std::flush;
+            int watched = static_cast<int>(std::chrono::duration<double>(
+                                                   std::chrono::steady_clock::now() - start).count());
+            std::string stamp = options.json ? "" : "at " + clockNow() + ", watched " +
+                                                            std::to_string(watched) + " s\n";
+            std::cout << stamp << block << std::flush;
             shown = block;
             shownLines = 0;
-            for (char c : block) shownLines += c == '\n';
+            for (char c : stamp + block) shownLines += c == '\n';
         }
-        if (value != OstrelState::RUNNING) return kOk;
+        if (value != OstrelState::RUNNING) return sawRun ? kOk : kRefused;
         std::this_thread::sleep_for(std::chrono::duration<double>(options.interval));
     }
 }

@@ -12,7 +12,7 @@
 
 namespace {
 
-const char kHelp[] = R"(usage: ostrelctl [--json] [--log] [--interval SECONDS] COMMAND [ARG...]
+const char kHelp[] = R"(usage: ostrelctl [--json] [--log] [--interval S] [--reconnect S] COMMAND [ARG...]
 
 Talks to the Ostrel HAL service (vendor.brevane.hardware.ostrel@2.0::IOstrel/default),
 which plans and runs hardware experiments on this device.
@@ -36,7 +36,10 @@ Commands (one IOstrel method each):
   get-result            pack the last run and print its archive and crash-history
                         copy; may take minutes, there is no time-out
   watch                 show the state and a progress bar per selected test case
-                        (rounds or hours) until the run leaves RUNNING
+                        (hours with what is left, boots; rounds are the
+                        executor's) with the time of each update, until the run
+                        leaves RUNNING (exit 0; 1 when there was no run); waits
+                        for a service that restarts
 
 Checking a plan (offline: no service, no bus):
   check-plan FILE|-     every problem of a plan that the service would store but
@@ -66,6 +69,8 @@ Options:
   --json                print each answer as one JSON object (with the reply log)
   --log                 print the service's reply log on standard error
   --interval SECONDS    watch: seconds between polls (default 2)
+  --reconnect SECONDS   watch: how long to wait for a service that went away (a
+                        reboot, a restart) before giving up with exit 3 (120)
   -h, --help            this text
 
 The life of a run:
@@ -123,6 +128,13 @@ int main(int argc, char** argv) {
             options.json = true;
         } else if (arg == "--log") {
             options.showLog = true;
+        } else if (arg == "--reconnect" && i + 1 < argc) {
+            char* end = nullptr;
+            options.reconnect = strtod(argv[++i], &end);
+            if (*end != '\0' || !(options.reconnect >= 0 && options.reconnect <= 86400)) {
+                std::cerr << "ostrelctl: --reconnect wants seconds from 0 to 86400\n";
+                return ostrelctl::kUsage;
+            }
         } else if (arg == "--interval" && i + 1 < argc) {
             char* end = nullptr;
             options.interval = strtod(argv[++i], &end);
