@@ -12,7 +12,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <fstream>
@@ -68,22 +67,29 @@ std::string sha256Hex(const std::string& bytes) {
     return hex;
 }
 
-// "/data/vendor/qav/run/executor.<pid>.end" (or ".tmp"), built by hand.
-void sideFilePath(char* out, pid_t pid, const char* suffix) {
-    char digits[16];
+// Async-signal-safe text building for the supervisor: |text| or the decimal
+// digits of |v| at |p|; returns the end.
+char* appendText(char* p, const char* text) {
+    while (*text) *p++ = *text++;
+    return p;
+}
+
+char* appendDigits(char* p, unsigned long v) {
+    char digits[24];
     int n = 0;
-    unsigned long v = static_cast<unsigned long>(pid);
     do {
         digits[n++] = static_cast<char>('0' + v % 10);
         v /= 10;
-    } while (v != 0 && n < 15);
-    char* p = out;
-    for (const char* s = kRunRecordDir; *s;) *p++ = *s++;
-    *p++ = '/';
-    for (const char* s = kSideFilePrefix; *s;) *p++ = *s++;
+    } while (v != 0);
     while (n > 0) *p++ = digits[--n];
-    for (const char* s = suffix; *s;) *p++ = *s++;
-    *p = '\0';
+    return p;
+}
+
+// "/data/vendor/qav/run/executor.<pid>.end" (or ".tmp").
+void sideFilePath(char* out, pid_t pid, const char* suffix) {
+    char* p = appendText(appendText(out, kRunRecordDir), "/");
+    p = appendDigits(appendText(p, kSideFilePrefix), static_cast<unsigned long>(pid));
+    *appendText(p, suffix) = '\0';
 }
 
 const char* signalName(int sig) {
@@ -285,17 +291,9 @@ void RunRecord::persistExecutorEnd(int waitStatus) {
     pid_t self = getpid();
     sideFilePath(temp, self, ".tmp");
     sideFilePath(path, self, kSideFileSuffix);
-    char text[16];
-    int n = 0;
-    unsigned v = static_cast<unsigned>(waitStatus);
-    char digits[12];
-    int d = 0;
-    do {
-        digits[d++] = static_cast<char>('0' + v % 10);
-        v /= 10;
-    } while (v != 0);
-    while (d > 0) text[n++] = digits[--d];
-    text[n++] = '\n';
+    char text[24];
+    char* end = appendText(appendDigits(text, static_cast<unsigned>(waitStatus)), "\n");
+    ssize_t n = end - text;
     int fd = open(temp, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0660);
     if (fd < 0) return;
     bool ok = write(fd, text, n) == n && fsync(fd) == 0;
