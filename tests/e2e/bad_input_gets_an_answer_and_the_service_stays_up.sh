@@ -32,7 +32,7 @@ check "a 10 MB text that is not a plan is answered true, and comes back whole in
 head -c 1000000 /dev/zero | tr '\0' '[' > /tmp/deep.txt
 check "a plan nested a million deep is answered true" "setTest: ok" "$(ctl set-test --force /tmp/deep.txt)"
 check "a configuration nested a million deep, and a 10 MB one that is not JSON, are refused" \
-    "setConfig: refused setConfig: refused" "$(ctl set-config /tmp/deep.txt) $(ctl set-config /tmp/big.txt)"
+    "setConfig: refused setConfig: refused" "$(ctl set-config --force /tmp/deep.txt) $(ctl set-config --force /tmp/big.txt)"
 check "the 10 MB plan is stored and stays in force, whole; the service still serves" \
     "setTest: ok $(jq -c . /tmp/bigplan.json | md5sum)" "$stored $(ctl get-test | jq -c . | md5sum)"
 finish

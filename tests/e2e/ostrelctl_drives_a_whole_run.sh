@@ -8,6 +8,15 @@ check "no service: a few seconds' wait, a line after the first, then exit 3 and 
     "$(ctl state 2>&1; echo "exit $?")"
 check "--help explains a run's life; an unknown command: exit 2" "yes 2" \
     "$(yes_if grep '^The life of a run:' <<<"$(ctl --help)") $(status_of ctl frobnicate)"
+# Every command of the help answers its own --help with no bus at all, and the
+# README names it.
+commands=$(ctl --help | sed -nE 's/^  ([a-z][a-z-]+)( .*)?$/\1/p')
+unanswered=$(for c in $commands; do
+    out=$(DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent "$OSTRELCTL" "$c" --help 2>&1) &&
+        [[ "$out" == "usage: ostrelctl "*" $c"* ]] && grep -q "\`$c" "$OSTREL_SOURCE_DIR/README.md" || echo "$c"
+done)
+check "every command's --help works with no bus, and the README names it" "15 commands: " \
+    "$(wc -w <<<"$commands") commands: $unanswered"
 
 ctl state >/tmp/late.out 2>&1 &
 late=$!
@@ -20,6 +29,17 @@ check "boot-completed, then --json state" 'bootCompleted: ok {"method":"getState
     "$(ctl boot-completed) $(ctl --json state)"
 check "get-config prints the configuration list as JSON, set-config takes it from standard input" \
     "default setConfig: ok" "$(ctl get-config | tee /tmp/config.json | jq -r .id) $(ctl set-config < /tmp/config.json)"
+echo '{"configs": [' > /tmp/broken.json
+check "set-config with a file that is not JSON: exit 2 and the reason, nothing sent" \
+    "2 ostrelctl: set-config: /tmp/broken.json is not JSON (or nested deeper than 256 levels); get-config prints the list to edit (--force sends it as it is)" \
+    "$(status_of ctl set-config /tmp/broken.json) $(ctl set-config /tmp/broken.json 2>&1)"
+ctl --log set-config /tmp/config.json 2>/tmp/log.short >/dev/null
+ctl --log --verbose set-config /tmp/config.json 2>/tmp/log.whole >/dev/null
+whole=$(wc -l </tmp/log.whole)
+check "--log cuts a long reply log to its first 20 and last 10 lines; --verbose shows it whole" \
+    "yes $(sed -n 1,20p /tmp/log.whole)
+... $((whole - 30)) lines of the reply log left out (--verbose shows them)
+$(tail -10 /tmp/log.whole)" "$(yes_if test "$whole" -gt 40) $(cat /tmp/log.short)"
 check "set-test from a file that cannot be read: exit 2 and the reason" \
     "2 ostrelctl: cannot read /nonexistent.json: No such file or directory" \
     "$(status_of ctl set-test /nonexistent.json) $(ctl set-test /nonexistent.json 2>&1)"
@@ -32,7 +52,7 @@ plan "$(testcase greeting "say hello" 2)" "$(testcase crash "sleep 1 1 crash sho
      "$(testcase unselected "say never" 1 round false)" > /tmp/plan.json
 check "set-test from a file; the reply log on request, on standard error; run-start" \
     "$(printf 'setTest: ok\nostrel: getTest\nostrel: test=%s\nrunStart: ok' "$(cat /tmp/plan.json)")" \
-    "$(ctl set-test /tmp/plan.json; ctl --log get-test 2>&1 >/dev/null; ctl run-start)"
+    "$(ctl set-test /tmp/plan.json; ctl --log --verbose get-test 2>&1 >/dev/null; ctl run-start)"
 
 # The crash line comes a second after the start, once the monitor watches; the
 # next tick (10 s) reaps the finished executor and ends the run.

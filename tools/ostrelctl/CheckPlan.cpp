@@ -12,7 +12,8 @@ namespace ostrelctl {
 
 namespace core = ::vendor::brevane::hardware::ostrel::core;
 
-int checkPlanCommand(const std::vector<std::string>& args) {
+ExitStatus checkPlanCommand(const sp<IOstrel>&, const std::vector<std::string>& args,
+                            const Options&) {
     std::string text, error;
     if (!readInput(args, &text)) return kUsage;
     std::vector<core::PlanFinding> findings;

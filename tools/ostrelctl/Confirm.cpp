@@ -35,17 +35,17 @@ bool planWithoutState(const std::string& text, rapidjson::Document* doc) {
 
 }  // namespace
 
-int confirmedValue(const sp<IOstrel>& service, const std::string& cmd, const char* method,
+ExitStatus confirmedValue(const sp<IOstrel>& service, const std::string& cmd, const char* method,
                    const std::function<Return<bool>()>& call, const Options& options) {
     OstrelState before = OstrelState::IDLE, after = OstrelState::IDLE;
     if (!stateOf(service, &before)) return valueBool(method, call(), options);
     if (cmd == "boot-completed" && (before == OstrelState::PREPARING || before == OstrelState::COMPLETING)) {
-        int status = valueBool(method, call(), options);
+        ExitStatus status = valueBool(method, call(), options);
         if (status == kOk) std::cerr << "ostrelctl: boot-completed: nothing to do (the planner is in " << stateName(before) << ")\n";
         return status;
     }
     bool ending = cmd == "run-abort" || cmd == "run-finished";
-    int status = valueBool(method, call(), options);
+    ExitStatus status = valueBool(method, call(), options);
     if (status != kOk) return status;
     if (!stateOf(service, &after)) return transportFailure("getState", "the state after the call");
     std::string problem;
@@ -64,9 +64,10 @@ int confirmedValue(const sp<IOstrel>& service, const std::string& cmd, const cha
     return kRefused;
 }
 
-int checkedSetTest(const sp<IOstrel>& service, std::vector<std::string> args, const Options& options) {
-    bool force = args.size() > 1 && args[1] == "--force";
-    if (force) args.erase(args.begin() + 1);
+ExitStatus setTestCommand(const sp<IOstrel>& service, const std::vector<std::string>& given,
+                          const Options& options) {
+    std::vector<std::string> args = given;
+    bool force = takeForce(&args);
     std::string text, error;
     if (!readInput(args, &text)) return kUsage;
     std::vector<core::PlanFinding> findings;
@@ -82,7 +83,7 @@ int checkedSetTest(const sp<IOstrel>& service, std::vector<std::string> args, co
         if (!readable || problems > 0) return kUsage;
     }
     hidl_string in(text);
-    int status = callbackBool("setTest", [&](auto cb) { return service->setTest(in, cb); }, options);
+    ExitStatus status = callbackBool("setTest", [&](auto cb) { return service->setTest(in, cb); }, options);
     if (status != kOk) return status;
     // Read back: the same plan, current_state aside; not_set true reads back empty.
     std::string stored;

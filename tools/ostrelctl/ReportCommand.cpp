@@ -17,41 +17,36 @@ constexpr const char* kUsageText = "usage: ostrelctl report [--format text|json|
 
 }  // namespace
 
-int runReport(const std::vector<std::string>& args, bool jsonDefault) {
-    std::string format = jsonDefault ? "json" : "text";
+ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& args,
+                         const Options& options) {
+    std::string format = options.json ? "json" : "text";
     std::vector<std::string> files;
     for (size_t i = 1; i < args.size(); i++) {
         const std::string& arg = args[i];
-        if (arg == "--help" || arg == "-h") {
-            std::cout << kUsageText << "\n"
-                      << "Reads a result archive offline and judges every selected test case; "
-                         "see ostrelctl --help.\n";
-            return kReportPass;
-        }
         if (arg == "--format" && i + 1 < args.size()) {
             format = args[++i];
         } else if (arg.compare(0, 9, "--format=") == 0) {
             format = arg.substr(9);
         } else if (arg.size() > 1 && arg[0] == '-') {
             std::cerr << "ostrelctl: report: unknown option " << arg << "\n" << kUsageText << "\n";
-            return kReportUnreadable;
+            return kUsage;
         } else {
             files.push_back(arg);
         }
     }
     if (format != "text" && format != "json" && format != "junit" && format != "lava") {
         std::cerr << "ostrelctl: report: unknown format \"" << format << "\"\n" << kUsageText << "\n";
-        return kReportUnreadable;
+        return kUsage;
     }
     if (files.size() != 1) {
         std::cerr << "ostrelctl: report takes one ARCHIVE\n" << kUsageText << "\n";
-        return kReportUnreadable;
+        return kUsage;
     }
     RunReport report;
     std::string error;
     if (!readRunReport(files[0], &report, &error)) {
         std::cerr << "ostrelctl: " << files[0] << ": " << error << "\n";
-        return kReportUnreadable;
+        return kUsage;
     }
     if (format == "json") {
         std::cout << reportJson(report);
@@ -63,7 +58,7 @@ int runReport(const std::vector<std::string>& args, bool jsonDefault) {
         std::cout << reportText(report);
     }
     std::cout.flush();
-    return overallVerdict(report) == Verdict::Fail ? kReportFail : kReportPass;
+    return overallVerdict(report) == Verdict::Fail ? kRefused : kOk;
 }
 
 }  // namespace ostrelctl

@@ -112,7 +112,8 @@ sp<IOstrel> reconnect(double seconds) {
 
 // Exit 0 once the run has left RUNNING, 1 when there was no run to watch, 3 when
 // the service is gone for longer than the reconnect time.
-int watchRun(const sp<IOstrel>& first, const Options& options) {
+ExitStatus watchCommand(const sp<IOstrel>& first, const std::vector<std::string>&,
+                        const Options& options) {
     bool tty = isatty(STDOUT_FILENO) && !options.json;
     sp<IOstrel> service = first;
     std::string shown;
@@ -138,15 +139,12 @@ int watchRun(const sp<IOstrel>& first, const Options& options) {
             shownLines = 0;
             continue;
         }
-        if (options.showLog) std::cerr << log;
+        printLog(log, options);
         OstrelState value = state;
         sawRun = sawRun || value == OstrelState::RUNNING;
         std::string block;
         if (options.json) {
-            rapidjson::Document doc;
-            bool isJson = core::parseJsonText(doc, plan.data(), plan.size());
-            block = "{\"method\":\"watch\",\"state\":" + jsonString(stateName(value)) +
-                    ",\"test\":" + (isJson ? plan : jsonString(plan)) + "}\n";
+            block = watchJson(value, plan);
         } else {
             bool allReached = false;
             std::string lines = progressLines(plan, &allReached);

@@ -11,11 +11,6 @@
 
 namespace ostrel_report {
 
-// Exit statuses of a report.
-constexpr int kReportPass = 0;        // every verdict is pass (or unknown)
-constexpr int kReportFail = 1;        // at least one verdict is fail
-constexpr int kReportUnreadable = 2;  // bad command line or an archive that cannot be read
-
 // How the planner counts a test case, from the plan's schema in the core: rounds
 // (by the executor alone), hours (counted in seconds) or boots.
 using Kind = ::vendor::brevane::hardware::ostrel::core::Counting;

@@ -1,0 +1,184 @@
+// The command table: one row per command makes both the help and the dispatch.
+#include <cstdio>
+#include <ostream>
+#include <string>
+
+#include "Client.h"
+
+namespace ostrelctl {
+
+namespace {
+
+constexpr size_t kMany = 1000;
+
+const Command kCommands[] = {
+        {"get-config", "", "print the device's configuration list (JSON)\n", Command::kService, 0, 0,
+         getConfigCommand},
+        {"set-config", "[--force] [FILE|-]",
+         "apply the selection in an edited configuration list (a\n"
+         "file that is not a JSON object is refused with exit 2\n"
+         "unless --force)\n",
+         Command::kService, 0, 2, setConfigCommand},
+        {"clear-config", "", "clear the applied configuration\n", Command::kService, 0, 0,
+         clearConfigCommand},
+        {"state", "", "print the planner's state: IDLE, PREPARING, RUNNING, COMPLETING\n",
+         Command::kService, 0, 0, stateCommand},
+        {"run-start", "", "start a run of the plan's selected test cases\n", Command::kService, 0, 0,
+         runStartCommand},
+        {"run-abort", "", "abort the current run\n", Command::kService, 0, 0, runAbortCommand},
+        {"run-finished", "", "end the current run as finished\n", Command::kService, 0, 0,
+         runFinishedCommand},
+        {"boot-completed", "", "tell the planner that the device has finished booting\n",
+         Command::kService, 0, 0, bootCompletedCommand},
+        {"install-testers", "FILE [NAME]", "hand the planner a tester file (at most 65536 bytes)\n",
+         Command::kService, 1, 2, installTestersCommand},
+        {"get-test", "", "print the stored plan (JSON)\n", Command::kService, 0, 0, getTestCommand},
+        {"set-test", "[--force] [FILE|-]",
+         "store a plan (JSON) from FILE or standard input; a plan\n"
+         "with problems (see check-plan) is refused with exit 2\n"
+         "unless --force; the stored plan is read back\n",
+         Command::kService, 0, 2, setTestCommand},
+        {"get-result", "",
+         "pack the last run and print its archive and crash-history\n"
+         "copy; may take minutes, there is no time-out\n",
+         Command::kService, 0, 0, getResultCommand},
+        {"watch", "",
+         "show the state and a progress bar per selected test case\n"
+         "(hours with what is left, boots; rounds are the\n"
+         "executor's) with the time of each update, until the run\n"
+         "leaves RUNNING (exit 0; 1 when there was no run); waits\n"
+         "for a service that restarts\n",
+         Command::kService, 0, 0, watchCommand},
+        {"check-plan", "FILE|-",
+         "every problem of a plan that the service would store but\n"
+         "run wrong, one line each with its JSON path and what to\n"
+         "write instead (a missing key the planner writes into, a\n"
+         "value of the wrong type, a near-miss key such as\n"
+         "isround, a size of 0, no test case selected, two test\n"
+         "cases of one name, ...), then warnings (keys the planner\n"
+         "does not know, which it keeps). Exit status: 0 no\n"
+         "problem, 1 problems found, 2 not readable or not JSON.\n",
+         Command::kCheck, 0, 1, checkPlanCommand},
+        {"report", "[--format text|json|junit|lava] ARCHIVE",
+         "read a QAV<stamp>.zip that get-result made (and the\n"
+         "QAV<stamp>.db_history and QAV<stamp>.run.json beside it,\n"
+         "when present): each selected test case with its target,\n"
+         "what was reached and a verdict, the crash-history lines\n"
+         "and the end of the executor's log. text is a table\n"
+         "(default), json one document (also with --json), junit\n"
+         "JUnit XML, lava one lava-test-case line per test case.\n"
+         "Exit status: 0 every verdict pass (or unknown: rounds the\n"
+         "planner does not count), 1 any fail, 2 bad command line\n"
+         "or an archive that cannot be read.\n",
+         Command::kReport, 0, kMany, reportCommand},
+};
+
+const char kUsageLine[] = "usage: ostrelctl [--json] [--log [--verbose]] [--interval S] [--reconnect S] ";
+
+const char kIntro[] = R"(Talks to the Ostrel HAL service (vendor.brevane.hardware.ostrel@2.0::IOstrel/default),
+which plans and runs hardware experiments on this device.
+)";
+
+const char* const kHeadings[] = {
+        "Commands (one IOstrel method each):",
+        "Checking a plan (offline: no service, no bus):",
+        ("Reporting a result (offline: no service, no bus; a result pulled off a device\n"
+         "can be reported anywhere):"),
+};
+
+const char kRest[] = R"(
+Options:
+  --json                print each answer as one JSON object (with the reply log)
+  --log                 print the service's reply log on standard error; an echo
+                        of more than 40 lines shows its first 20 and last 10
+                        lines, a line of more than 400 bytes its first 400
+  --verbose             with --log: the reply log whole
+  --interval SECONDS    watch: seconds between polls (default 2)
+  --reconnect SECONDS   watch: how long to wait for a service that went away (a
+                        reboot, a restart) before giving up with exit 3 (120)
+  -h, --help            this text; COMMAND --help: that command's (offline)
+
+The life of a run:
+  1. After the device boots, boot-completed moves the planner from IDLE to
+     PREPARING (or back into a run that a reboot interrupted).
+  2. In PREPARING, store a plan with set-test and, if wanted, select a
+     configuration with get-config / set-config.
+  3. run-start moves to RUNNING: the selected test cases run through the test
+     executor; each counts rounds or hours. Boot tests count boots: after each
+     reboot, boot-completed counts one and starts the executor again.
+  4. Reaching every target stops the counting; the run ends, and the planner
+     moves to COMPLETING, when the executor ends (seen at the next tick, every
+     10 s), or on run-abort or run-finished.
+  5. get-result packs the run's output into a zip archive beside a copy of the
+     crash-history lines collected during the run, prints both paths and
+     returns the planner to PREPARING for the next plan.
+
+The reply log: every call writes lines to the service's reply log; each answer
+that carries text or a callback (get-config, set-config, clear-config,
+install-testers, get-test, set-test, get-result) hands over the whole log and
+empties it, so lines of plain calls (state, run-*, boot-completed) arrive with
+the next such answer. Use --log to see it.
+
+Changes are confirmed from the service afterwards (getState, getTest, whose
+lines join the reply log): run-start must leave the planner RUNNING,
+run-abort and run-finished COMPLETING, boot-completed out of IDLE (in
+PREPARING or COMPLETING it has nothing to do and says so), set-test must read
+back the plan sent (current_state aside). A change answered true that did not
+happen exits 1 with a line that says what the planner did instead.
+
+Exit status: 0 success; 1 the service refused (false, or no text in its
+current state) or nothing changed; 2 bad command line or input file (or a plan
+with problems); 3 the service could not be reached or the call failed (the
+D-Bus error is printed).
+)";
+
+// |text|'s lines, the first after |first|, the others indented by |indent|.
+void indented(std::ostream& out, const std::string& first, const char* text, size_t indent) {
+    std::string lines = text;
+    size_t start = 0;
+    bool firstLine = true;
+    while (start < lines.size()) {
+        size_t end = lines.find('\n', start);
+        std::string line = lines.substr(start, end - start);
+        out << (firstLine ? first : std::string(indent, ' ')) << line << "\n";
+        firstLine = false;
+        start = end == std::string::npos ? lines.size() : end + 1;
+    }
+}
+
+}  // namespace
+
+const Command* findCommand(const std::string& name) {
+    for (const Command& c : kCommands) {
+        if (name == c.name) return &c;
+    }
+    return nullptr;
+}
+
+void printHelp(std::ostream& out) {
+    out << kUsageLine << "COMMAND [ARG...]\n\n" << kIntro;
+    for (int group = Command::kService; group <= Command::kReport; group++) {
+        out << "\n" << kHeadings[group] << "\n";
+        for (const Command& c : kCommands) {
+            if (c.group != group) continue;
+            std::string head = std::string("  ") + c.name + (*c.synopsis ? " " : "") + c.synopsis;
+            // The help starts on the same line when the synopsis leaves room.
+            if (head.size() < 22) {
+                indented(out, head + std::string(24 - head.size(), ' '), c.help, 24);
+            } else {
+                out << head << "\n";
+                indented(out, std::string(24, ' '), c.help, 24);
+            }
+        }
+    }
+    out << kRest;
+}
+
+void printCommandHelp(const Command& command, std::ostream& out) {
+    out << kUsageLine << command.name << (*command.synopsis ? " " : "") << command.synopsis << "\n\n";
+    indented(out, "", command.help, 0);
+    out << (command.group == Command::kService ? "Talks to the service (see ostrelctl --help).\n"
+                                               : "Offline: no service, no bus.\n");
+}
+
+}  // namespace ostrelctl
