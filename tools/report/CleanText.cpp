@@ -1,6 +1,6 @@
-// Text from an archive made safe for every report format: valid UTF-8 of the
-// characters XML 1.0 allows, so that JSON and XML readers take it and a
-// terminal shows no control sequences.
+// Text from an archive made safe for every report format: valid UTF-8 with no
+// control character, so that JSON and XML readers take it, a terminal shows no
+// control sequence and no text can start a line of its own.
 #include <cstdint>
 
 #include "Report.h"
@@ -20,7 +20,7 @@ size_t sequenceLength(unsigned char lead) {
 
 }  // namespace
 
-std::string cleanText(const std::string& text) {
+std::string cleanText(const std::string& text, bool keepLineEnds) {
     static const char kReplacement[] = "\xEF\xBF\xBD";
     std::string out;
     size_t i = 0;
@@ -37,9 +37,10 @@ std::string cleanText(const std::string& text) {
         }
         static const uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
         valid = valid && cp >= kLeast[length] && cp <= 0x10FFFF;
-        // The characters of XML 1.0.
-        valid = valid && (cp == 0x9 || cp == 0xA || cp == 0xD || (cp >= 0x20 && cp <= 0xD7FF) ||
-                          (cp >= 0xE000 && cp <= 0xFFFD) || cp >= 0x10000);
+        // Printable characters of XML 1.0: no C0, DEL or C1 control, no surrogate.
+        valid = valid && ((cp == 0xA && keepLineEnds) || (cp >= 0x20 && cp < 0x7F) ||
+                          (cp >= 0xA0 && cp <= 0xD7FF) || (cp >= 0xE000 && cp <= 0xFFFD) ||
+                          cp >= 0x10000);
         if (valid) {
             out.append(text, i, length);
             i += length;
@@ -49,6 +50,13 @@ std::string cleanText(const std::string& text) {
         }
     }
     return out;
+}
+
+std::string shownText(const std::string& text) {
+    if (text.size() <= kShownBytes) return text;
+    size_t cut = kShownBytes;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) cut--;
+    return text.substr(0, cut) + " ... (" + std::to_string(text.size() - cut) + " more bytes)";
 }
 
 }  // namespace ostrel_report

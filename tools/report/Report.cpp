@@ -1,8 +1,10 @@
 // ostrelctl report, the reading half: the result archive is opened with
-// libziparchive, every entry name is checked, the plan and the crash history
-// are extracted within a size cap, and the executor log is streamed through a
-// bounded tail. Every entry read is checked against its CRC (this
-// libziparchive does not check). Nothing is written to disk.
+// libziparchive, every entry name is checked, the plan is extracted within a
+// size cap, and the crash history and the executor log are streamed (the first
+// lines of one, the last of the other). Every entry read is checked against its
+// CRC (this libziparchive does not check) and its method. Nothing is written to
+// disk, and the library's own warnings are silenced: the report says what is
+// wrong, in one line.
 #include <fcntl.h>
 #include <rapidjson/document.h>
 #include <sys/stat.h>
@@ -12,8 +14,13 @@
 
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <memory>
+
+#ifndef __ANDROID__
+#include <android/log.h>
+// In this liblog but in no header of it: the least priority that is written.
+extern "C" int32_t __android_log_set_minimum_priority(int32_t priority);
+#endif
 
 #include "JsonText.h"
 #include "Report.h"
@@ -99,18 +106,28 @@ bool checkEntryNames(ZipArchiveHandle handle, std::string* error) {
     return true;
 }
 
+// An entry this reader can read: stored or deflated, at most |cap| bytes.
+bool readableEntry(const ZipEntry& entry, const char* name, uint64_t cap, std::string* error) {
+    if (entry.method != kCompressStored && entry.method != kCompressDeflated) {
+        *error = std::string(name) + " is compressed with method " + std::to_string(entry.method) +
+                 ", which this reader does not support (only stored and deflated)";
+        return false;
+    }
+    if (entry.uncompressed_length > cap) {
+        *error = std::string(name) + " is " + std::to_string(entry.uncompressed_length) +
+                 " bytes, more than the " + std::to_string(cap >> 20) + " MiB read from an archive";
+        return false;
+    }
+    return true;
+}
+
 // The whole of entry |name|, refused above |cap| bytes. |found| tells a
 // missing entry from one that cannot be read.
 bool extractEntry(ZipArchiveHandle handle, const char* name, uint64_t cap, std::string* text,
                   bool* found, std::string* error) {
     ZipEntry entry;
     *found = FindEntry(handle, name, &entry) == 0;
-    if (!*found) return false;
-    if (entry.uncompressed_length > cap) {
-        *error = std::string(name) + " is " + std::to_string(entry.uncompressed_length) +
-                 " bytes, more than the " + std::to_string(cap >> 20) + " MiB read from an archive";
-        return false;
-    }
+    if (!*found || !readableEntry(entry, name, cap, error)) return false;
     text->assign(entry.uncompressed_length, '\0');
     if (entry.uncompressed_length == 0) return true;
     int32_t status = ExtractToMemory(handle, &entry, reinterpret_cast<uint8_t*>(&(*text)[0]),
@@ -127,6 +144,121 @@ bool extractEntry(ZipArchiveHandle handle, const char* name, uint64_t cap, std::
     return true;
 }
 
+bool readPlan(ZipArchiveHandle handle, RunReport* report, std::string* error) {
+    std::string text;
+    bool found = false;
+    if (!extractEntry(handle, kPlanEntry, kMaxPlanBytes, &text, &found, error)) {
+        if (!found) *error = std::string("no plan in it (no ") + kPlanEntry + "): not a result of Ostrel";
+        return false;
+    }
+    return readPlanText(text, kPlanEntry, report, error);
+}
+
+// Lines as they stream in: the first kShownLines kept (each cut to kShownBytes),
+// every one counted. A last line without its '\n' counts too.
+struct LineCollector {
+    LineCollector(std::vector<std::string>* s, uint64_t* c) : shown(s), count(c) {}
+    std::vector<std::string>* shown;
+    uint64_t* count;
+    std::string line;
+    uint64_t lineBytes = 0;  // of the current line, kept or not
+
+    void add(const char* bytes, size_t size) {
+        const char* end = bytes + size;
+        while (bytes < end) {
+            const char* newline = static_cast<const char*>(memchr(bytes, '\n', end - bytes));
+            const char* stop = newline ? newline : end;
+            size_t length = static_cast<size_t>(stop - bytes);
+            if (shown->size() < kShownLines && line.size() <= kShownBytes) {
+                line.append(bytes, std::min(length, kShownBytes + 1 - line.size()));
+            }
+            lineBytes += length;
+            bytes = stop;
+            if (newline) {
+                finish();
+                bytes++;
+            }
+        }
+    }
+    void finish() {
+        if (shown->size() < kShownLines) shown->push_back(lineBytes > kShownBytes ? cutLine() : line);
+        (*count)++;
+        line.clear();
+        lineBytes = 0;
+    }
+    void end() {
+        if (lineBytes > 0) finish();
+    }
+    // The kept head of a line longer than kShownBytes, with how much was left out.
+    std::string cutLine() const {
+        size_t cut = std::min(line.size(), kShownBytes);
+        while (cut > 0 && (static_cast<unsigned char>(line[cut]) & 0xC0) == 0x80) cut--;
+        return line.substr(0, cut) + " ... (" + std::to_string(lineBytes - cut) + " more bytes)";
+    }
+};
+
+bool collectLines(const uint8_t* buf, size_t size, void* cookie) {
+    auto* stream = static_cast<std::pair<LineCollector*, uLong*>*>(cookie);
+    *stream->second = crc32(*stream->second, buf, static_cast<uInt>(size));
+    stream->first->add(reinterpret_cast<const char*>(buf), size);
+    return true;
+}
+
+// The history copy beside the archive when there is one, else the archive's own.
+bool readHistory(ZipArchiveHandle handle, const std::string& archivePath, RunReport* report,
+                 std::string* error) {
+    std::string beside = archivePath;
+    if (endsWith(beside, ".zip")) beside.resize(beside.size() - 4);
+    beside += ".db_history";
+    LineCollector lines(&report->crashLines, &report->crashLineCount);
+    // O_NONBLOCK: a FIFO in its place must not hang the report.
+    FdCloser file(open(beside.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.fd >= 0) {
+        struct stat st;
+        if (fstat(file.fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+            *error = "the history copy " + cleanText(beside) + " is not a regular file";
+            return false;
+        }
+        if (static_cast<uint64_t>(st.st_size) > kMaxHistoryBytes) {
+            *error = "the history copy " + cleanText(beside) + " is more than 16 MiB";
+            return false;
+        }
+        char buffer[64 << 10];
+        for (;;) {
+            ssize_t n = read(file.fd, buffer, sizeof(buffer));
+            if (n < 0 && errno == EINTR) continue;
+            if (n < 0) {
+                *error = "cannot read the history copy " + cleanText(beside) + ": " + strerror(errno);
+                return false;
+            }
+            if (n == 0) break;
+            lines.add(buffer, static_cast<size_t>(n));
+        }
+        report->historySource = beside;
+    } else if (errno != ENOENT) {
+        *error = "cannot read the history copy " + cleanText(beside) + ": " + strerror(errno);
+        return false;
+    } else {
+        ZipEntry entry;
+        if (FindEntry(handle, kHistoryEntry, &entry) != 0) return true;
+        if (!readableEntry(entry, kHistoryEntry, kMaxHistoryBytes, error)) return false;
+        uLong crc = crc32(0, nullptr, 0);
+        std::pair<LineCollector*, uLong*> stream(&lines, &crc);
+        int32_t status = ProcessZipEntryContents(handle, &entry, collectLines, &stream);
+        if (status != 0) {
+            *error = std::string("cannot read ") + kHistoryEntry + ": " + ErrorCodeString(status);
+            return false;
+        }
+        if (crc != entry.crc32) {
+            *error = std::string(kHistoryEntry) + " is damaged (its CRC does not match)";
+            return false;
+        }
+        report->historySource = kHistoryEntry;
+    }
+    lines.end();
+    return true;
+}
+
 std::vector<std::string> splitLines(const std::string& text) {
     std::vector<std::string> lines;
     size_t start = 0;
@@ -137,110 +269,6 @@ std::vector<std::string> splitLines(const std::string& text) {
         start = end + 1;
     }
     return lines;
-}
-
-// A test case judged as the planner counts it: time and boots against their
-// targets; other round-based test cases are the executor's alone.
-CaseReport judgeCase(const rapidjson::Value& tc, int index) {
-    using namespace ::vendor::brevane::hardware::ostrel::core;
-    TestcaseRecord record = readTestcase(tc);
-    CaseReport c;
-    c.name = record.name ? record.name : "test case " + std::to_string(index);
-    c.command = record.command ? record.command : "";
-    c.kind = countingOf(record);
-    c.counted = c.kind != Kind::ByExecutor;
-    c.target = targetOf(record);
-    if (!c.counted) {
-        c.asked = c.target - record.currentRound;
-        c.verdict = Verdict::Unknown;
-        c.reason = "rounds are run out by the executor and not counted; " +
-                   std::to_string(c.asked) + " asked";
-        return c;
-    }
-    c.reached = currentOf(record);
-    bool reached = c.reached >= c.target;
-    c.verdict = reached ? Verdict::Pass : Verdict::Fail;
-    c.reason = std::string(reached ? "reached " : "stopped at ") + std::to_string(c.reached) +
-               " of " + std::to_string(c.target) + " " + unitName(c.kind);
-    return c;
-}
-
-bool readPlan(ZipArchiveHandle handle, RunReport* report, std::string* error) {
-    std::string text;
-    bool found = false;
-    if (!extractEntry(handle, kPlanEntry, kMaxPlanBytes, &text, &found, error)) {
-        if (!found) *error = std::string("no plan in it (no ") + kPlanEntry + "): not a result of Ostrel";
-        return false;
-    }
-    rapidjson::Document doc;
-    using vendor::brevane::hardware::ostrel::core::parseJsonText;
-    if (!parseJsonText(doc, text.data(), text.size())) {
-        *error = std::string("the plan ") + kPlanEntry + " is not JSON";
-        return false;
-    }
-    if (!doc.IsObject()) {
-        *error = std::string("the plan ") + kPlanEntry + " is JSON but not an object";
-        return false;
-    }
-    auto cases = doc.FindMember("testcases");
-    if (cases == doc.MemberEnd() || !cases->value.IsArray()) return true;
-    int index = 0;
-    std::map<std::pair<std::string, int>, int> seen;
-    for (const auto& tc : cases->value.GetArray()) {
-        int i = index++;
-        if (tc.IsObject() && vendor::brevane::hardware::ostrel::core::readTestcase(tc).isSelect) {
-            CaseReport c = judgeCase(tc, i);
-            int n = ++seen[{c.name, static_cast<int>(c.kind)}];
-            c.id = n == 1 ? c.name : c.name + " #" + std::to_string(n);
-            report->cases.push_back(std::move(c));
-        }
-    }
-    return true;
-}
-
-// The history copy beside the archive when there is one, else the archive's own.
-bool readHistory(ZipArchiveHandle handle, const std::string& archivePath, RunReport* report,
-                 std::string* error) {
-    std::string beside = archivePath;
-    if (endsWith(beside, ".zip")) beside.resize(beside.size() - 4);
-    beside += ".db_history";
-    std::string text;
-    // O_NONBLOCK: a FIFO in its place must not hang the report.
-    FdCloser file(open(beside.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (file.fd >= 0) {
-        struct stat st;
-        if (fstat(file.fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-            *error = "the history copy " + beside + " is not a regular file";
-            return false;
-        }
-        if (static_cast<uint64_t>(st.st_size) > kMaxHistoryBytes) {
-            *error = "the history copy " + beside + " is more than 16 MiB";
-            return false;
-        }
-        text.resize(static_cast<size_t>(st.st_size));
-        size_t done = 0;
-        while (done < text.size()) {
-            ssize_t n = read(file.fd, &text[done], text.size() - done);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) {
-                *error = "cannot read the history copy " + beside;
-                return false;
-            }
-            done += static_cast<size_t>(n);
-        }
-        report->historySource = beside;
-    } else if (errno != ENOENT) {
-        *error = "cannot read the history copy " + beside + ": " + strerror(errno);
-        return false;
-    } else {
-        bool found = false;
-        if (!extractEntry(handle, kHistoryEntry, kMaxHistoryBytes, &text, &found, error)) {
-            return !found;
-        }
-        report->historySource = kHistoryEntry;
-    }
-    report->crashLines = splitLines(text);
-    return true;
 }
 
 struct LogStream {
@@ -263,6 +291,7 @@ bool readLog(ZipArchiveHandle handle, RunReport* report, std::string* error) {
     if (FindEntry(handle, kLogEntry, &entry) != 0) return true;
     report->logPresent = true;
     report->logSize = entry.uncompressed_length;
+    if (!readableEntry(entry, kLogEntry, UINT32_MAX, error)) return false;
     LogStream stream;
     int32_t status = ProcessZipEntryContents(handle, &entry, keepTail, &stream);
     if (status != 0) {
@@ -287,6 +316,10 @@ bool readLog(ZipArchiveHandle handle, RunReport* report, std::string* error) {
 }  // namespace
 
 bool readRunReport(const std::string& archivePath, RunReport* report, std::string* error) {
+#ifndef __ANDROID__
+    // On a host, libziparchive's warnings would go to standard error.
+    __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
+#endif
     report->archive = archivePath;
     report->stamp = stampOf(archivePath);
     int fd = open(archivePath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -307,23 +340,34 @@ bool readRunReport(const std::string& archivePath, RunReport* report, std::strin
         *error = std::string("not a zip archive, or a damaged one (") + ErrorCodeString(status) + ")";
         return false;
     }
-    return checkEntryNames(raw, error) && readPlan(raw, report, error) &&
-           readHistory(raw, archivePath, report, error) && readLog(raw, report, error) &&
-           applyRunRecord(archivePath, report, error);
+    // The record first: each test case is judged with it as the plan streams by.
+    return checkEntryNames(raw, error) && readRunRecord(archivePath, &report->run, error) &&
+           readPlan(raw, report, error) && readHistory(raw, archivePath, report, error) &&
+           readLog(raw, report, error);
 }
 
 Verdict historyVerdict(const RunReport& report) {
     // With a record, a run whose history copy is nowhere cannot pass on it.
     if (report.run.present && report.historySource.empty()) return Verdict::Unknown;
-    return report.crashLines.empty() ? Verdict::Pass : Verdict::Fail;
+    return report.crashLineCount == 0 ? Verdict::Pass : Verdict::Fail;
+}
+
+uint64_t leftOutCount(const RunReport& report) {
+    uint64_t n = 0;
+    for (uint64_t count : report.leftOut) n += count;
+    return n;
+}
+
+uint64_t countOf(const RunReport& report, Verdict verdict) {
+    uint64_t n = historyVerdict(report) == verdict ? 1 : 0;
+    for (const auto& c : report.cases) n += c.verdict == verdict ? 1 : 0;
+    return n + report.leftOut[static_cast<int>(verdict)];
 }
 
 Verdict overallVerdict(const RunReport& report) {
     if (historyVerdict(report) == Verdict::Fail) return Verdict::Fail;
-    for (const auto& c : report.cases) {
-        if (c.verdict == Verdict::Fail || c.verdict == Verdict::Error) return Verdict::Fail;
-    }
-    return Verdict::Pass;
+    bool failed = countOf(report, Verdict::Fail) + countOf(report, Verdict::Error) > 0;
+    return failed ? Verdict::Fail : Verdict::Pass;
 }
 
 const char* verdictName(Verdict verdict) {

@@ -15,8 +15,15 @@ namespace ostrel_report {
 // (by the executor alone), hours (counted in seconds) or boots.
 using Kind = ::vendor::brevane::hardware::ostrel::core::Counting;
 // Error: the test case fell short because the executor ended in error (a signal
-// or a non-zero status of its own).
+// or a non-zero status of its own). The values index RunReport::leftOut.
 enum class Verdict { Pass, Fail, Unknown, Error };
+
+// What a report holds in full, whatever the archive declares: the first test
+// cases and crash-history lines, each text cut to kShownBytes. The rest is
+// counted (verdicts, lines), so counts, verdicts and the exit status cover all.
+constexpr size_t kShownCases = 1000;
+constexpr size_t kShownLines = 1000;
+constexpr size_t kShownBytes = 1024;
 
 // One selected test case of the archived plan. Counts are in |unit|: rounds,
 // boots, or seconds for a time-based test case.
@@ -43,8 +50,11 @@ struct RunFacts {
     std::string planDigest;
     std::string configuration;  // the tool's words as applied last and its exit status, "" for none
     std::vector<std::pair<std::string, std::string>> device;
+    // The first kShownLines of each list; the counts cover all.
     std::vector<std::string> executorEnds;  // per start: "exit 0", "SIGSEGV", or "" (no end seen)
     std::vector<std::string> boots;         // the time of each boot counted
+    uint64_t executorStarts = 0, bootCount = 0;
+    std::string lastEnd;                    // the last executor's end
     std::string error;                      // the first end in error, "" for none
 };
 
@@ -52,9 +62,11 @@ struct RunReport {
     std::string archive;
     std::string stamp;
     RunFacts run;
-    std::vector<CaseReport> cases;
+    std::vector<CaseReport> cases;  // the first kShownCases selected test cases
+    uint64_t leftOut[4] = {};       // the selected test cases after them, by verdict
     std::string historySource;  // the file or entry the crash lines came from, "" if none
-    std::vector<std::string> crashLines;
+    std::vector<std::string> crashLines;  // the first kShownLines lines
+    uint64_t crashLineCount = 0;          // every line
     bool logPresent = false;
     uint64_t logSize = 0;
     std::vector<std::string> logTail;
@@ -64,15 +76,24 @@ struct RunReport {
 // one). On failure returns false with |error| set to what is wrong (without the
 // "ostrelctl: FILE: " prefix); nothing is written.
 bool readRunReport(const std::string& archivePath, RunReport* report, std::string* error);
-// Reads <stem>.run.json beside |archivePath| into |report->run| and judges the
-// test cases again with what it tells; false with |error| for a record that
-// cannot be read. No record: nothing changes.
-bool applyRunRecord(const std::string& archivePath, RunReport* report, std::string* error);
+// Reads <stem>.run.json beside |archivePath| into |run|; false with |error| for a
+// record that cannot be read. No record: |run| stays as it is (not present).
+bool readRunRecord(const std::string& archivePath, RunFacts* run, std::string* error);
+// Reads the plan's text (entry |entry| of the archive) into |report->cases|,
+// judged with |report->run|; false with |error| when it is no JSON object.
+bool readPlanText(const std::string& text, const char* entry, RunReport* report, std::string* error);
+// Judges |c| again with what the record tells (an executor that ended in error,
+// a run aborted, rounds run out by an executor that exited 0).
+void judgeWithRecord(const RunFacts& run, CaseReport* c);
 
 // The crash history as a verdict of its own: fail when any line was collected.
 Verdict historyVerdict(const RunReport& report);
 // Fail when any verdict fails, else pass ("unknown" alone does not fail a run).
 Verdict overallVerdict(const RunReport& report);
+// Verdicts of that kind: the crash history's and every selected test case's,
+// those left out included.
+uint64_t countOf(const RunReport& report, Verdict verdict);
+uint64_t leftOutCount(const RunReport& report);
 
 using ::vendor::brevane::hardware::ostrel::core::kindName;
 using ::vendor::brevane::hardware::ostrel::core::unitName;
@@ -83,9 +104,16 @@ std::string reportText(const RunReport& report);
 std::string reportJson(const RunReport& report);
 std::string reportJunit(const RunReport& report);
 std::string reportLava(const RunReport& report);
+// The LAVA lines as the words of each call (lava-test-set, lava-test-case), to
+// be run as commands with these arguments, never through a shell.
+std::vector<std::vector<std::string>> lavaCalls(const RunReport& report);
 
-// |text| as valid UTF-8 holding only characters allowed in XML 1.0; anything
-// else (control bytes, broken sequences, U+FFFE/U+FFFF) becomes U+FFFD.
-std::string cleanText(const std::string& text);
+// |text| as valid UTF-8 without control characters: every C0 and C1 control,
+// DEL, a broken sequence and U+FFFE/U+FFFF become U+FFFD; '\n' is kept only when
+// |keepLineEnds|. What is left is safe for a terminal, JSON and XML 1.0.
+std::string cleanText(const std::string& text, bool keepLineEnds = false);
+// |text| cut to at most kShownBytes on a character boundary, with how many bytes
+// were left out.
+std::string shownText(const std::string& text);
 
 }  // namespace ostrel_report

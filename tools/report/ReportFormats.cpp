@@ -4,7 +4,8 @@
 #include <rapidjson/stringbuffer.h>
 
 #include <cstdio>
-#include <set>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "Report.h"
 
@@ -15,13 +16,9 @@ namespace {
 constexpr const char* kHistoryName = "crash history";
 constexpr size_t kLavaNameMax = 100;
 
-// Tabs and line ends inside one cell of a one-line row become blanks.
+// One cell of a one-line row: no control character, line ends included.
 std::string oneLine(const std::string& text) {
-    std::string out = cleanText(text);
-    for (char& c : out) {
-        if (c == '\t' || c == '\r' || c == '\n') c = ' ';
-    }
-    return out;
+    return cleanText(text);
 }
 
 std::string hours(int64_t seconds) {
@@ -34,25 +31,35 @@ std::string amount(const CaseReport& c, int64_t value) {
     return c.kind == Kind::ByTime ? hours(value) : std::to_string(value);
 }
 
-int countOf(const RunReport& report, Verdict verdict) {
-    int n = historyVerdict(report) == verdict ? 1 : 0;
-    for (const auto& c : report.cases) n += c.verdict == verdict ? 1 : 0;
-    return n;
+// "N pass, N fail, N error, N unknown" of the test cases left out.
+std::string leftOutCounts(const RunReport& report) {
+    std::string out;
+    for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Error, Verdict::Unknown}) {
+        out += (out.empty() ? "" : ", ") + std::to_string(report.leftOut[static_cast<int>(v)]) + " " +
+               verdictName(v);
+    }
+    return out;
+}
+
+std::string leftOutLine(const RunReport& report) {
+    return std::to_string(leftOutCount(report)) + " more selected test case(s) left out of this report (" +
+           leftOutCounts(report) + "); the counts cover them";
+}
+
+uint64_t linesLeftOut(const RunReport& report) {
+    return report.crashLineCount - report.crashLines.size();
 }
 
 std::string xmlEscape(const std::string& text, bool attribute) {
     std::string out;
-    for (char c : cleanText(text)) {
+    // Line ends are kept in an element's text; an attribute holds one line.
+    for (char c : cleanText(text, !attribute)) {
         switch (c) {
             case '&': out += "&amp;"; break;
             case '<': out += "&lt;"; break;
             case '>': out += "&gt;"; break;
             case '"': out += attribute ? "&quot;" : "\""; break;
             case '\'': out += attribute ? "&apos;" : "'"; break;
-            // Attribute values would turn these into blanks when read.
-            case '\n': out += attribute ? "&#10;" : "\n"; break;
-            case '\r': out += "&#13;"; break;
-            case '\t': out += attribute ? "&#9;" : "\t"; break;
             default: out += c;
         }
     }
@@ -79,21 +86,36 @@ std::string joinLines(const std::vector<std::string>& lines) {
     return out;
 }
 
-// Letters, digits, '.', '-' and '_' only, at most kLavaNameMax bytes, unique.
-std::string lavaName(const std::string& name, std::set<std::string>* taken) {
-    std::string safe;
-    for (char c : name) {
-        bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                  c == '.' || c == '-' || c == '_';
-        safe += ok ? c : '_';
+// LAVA's test-case names: letters, digits, '.', '-' and '_' only, at most
+// kLavaNameMax bytes, unique within the run. Each base name remembers the next
+// number to try, so that n names make n tries and a few more, not n * n.
+class LavaNames {
+  public:
+    std::string make(const std::string& name) {
+        std::string safe;
+        for (char c : name) {
+            bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                      c == '.' || c == '-' || c == '_';
+            safe += ok ? c : '_';
+            if (safe.size() == kLavaNameMax) break;
+        }
+        if (safe.empty()) safe = "testcase";
+        std::string unique = safe;
+        if (taken_.count(unique) != 0) {
+            uint64_t& n = next_.emplace(safe, 2).first->second;
+            do {
+                std::string suffix = "_" + std::to_string(n++);
+                unique = safe.substr(0, kLavaNameMax - suffix.size()) + suffix;
+            } while (taken_.count(unique) != 0);
+        }
+        taken_.insert(unique);
+        return unique;
     }
-    if (safe.empty()) safe = "testcase";
-    safe.resize(std::min(safe.size(), kLavaNameMax - 4));
-    std::string unique = safe;
-    for (int n = 2; taken->count(unique) != 0; n++) unique = safe + "_" + std::to_string(n);
-    taken->insert(unique);
-    return unique;
-}
+
+  private:
+    std::unordered_set<std::string> taken_;
+    std::unordered_map<std::string, uint64_t> next_;
+};
 
 // One line on how the run went, from its record.
 std::string runLine(const RunReport& report) {
@@ -108,8 +130,8 @@ std::string runLine(const RunReport& report) {
                         "the executor ended by itself";
     std::string out = "run: started " + oneLine(run.start) + ", " + cause +
                       (run.duration >= 0 ? " after " + std::to_string(run.duration) + " s" : "") +
-                      "; executor starts " + std::to_string(run.executorEnds.size()) + ", boots " +
-                      std::to_string(run.boots.size());
+                      "; executor starts " + std::to_string(run.executorStarts) + ", boots " +
+                      std::to_string(run.bootCount);
     if (!run.error.empty()) out += "; error: the executor ended with " + oneLine(run.error);
     return out + "\n";
 }
@@ -146,12 +168,16 @@ std::string reportText(const RunReport& report) {
                  reached.c_str(), amount(c, c.target).c_str());
         out += row + what + "\n";
     }
-    snprintf(row, sizeof(row), "%-8s %-7s %9zu %9d  %s\n", verdictName(historyVerdict(report)),
-             "lines", report.crashLines.size(), 0, kHistoryName);
+    if (leftOutCount(report) > 0) out += "...      " + leftOutLine(report) + "\n";
+    snprintf(row, sizeof(row), "%-8s %-7s %9llu %9d  %s\n", verdictName(historyVerdict(report)),
+             "lines", static_cast<unsigned long long>(report.crashLineCount), 0, kHistoryName);
     out += row;
-    out += "\ncrash history: " + std::to_string(report.crashLines.size()) + " line(s)" +
+    out += "\ncrash history: " + std::to_string(report.crashLineCount) + " line(s)" +
            (report.historySource.empty() ? "" : " from " + oneLine(report.historySource)) + "\n";
     for (const auto& line : report.crashLines) out += "  " + oneLine(line) + "\n";
+    if (linesLeftOut(report) > 0) {
+        out += "  ... " + std::to_string(linesLeftOut(report)) + " more line(s) left out of this report\n";
+    }
     if (!report.logPresent) {
         out += "executor log: none in the archive\n";
     } else {
@@ -178,7 +204,7 @@ std::string reportJson(const RunReport& report) {
     w.Key("counts");
     w.StartObject();
     for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Error, Verdict::Unknown}) {
-        w.Key(verdictName(v)); w.Int(countOf(report, v));
+        w.Key(verdictName(v)); w.Uint64(countOf(report, v));
     }
     w.EndObject();
     w.Key("testcases");
@@ -198,11 +224,19 @@ std::string reportJson(const RunReport& report) {
         w.EndObject();
     }
     w.EndArray();
+    w.Key("testcases_left_out");
+    w.StartObject();
+    w.Key("count"); w.Uint64(leftOutCount(report));
+    for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Error, Verdict::Unknown}) {
+        w.Key(verdictName(v)); w.Uint64(report.leftOut[static_cast<int>(v)]);
+    }
+    w.EndObject();
     w.Key("crash_history");
     w.StartObject();
     w.Key("source"); writeString(w, report.historySource);
-    w.Key("count"); w.Uint64(report.crashLines.size());
+    w.Key("count"); w.Uint64(report.crashLineCount);
     w.Key("lines"); writeLines(w, report.crashLines);
+    w.Key("lines_left_out"); w.Uint64(linesLeftOut(report));
     w.Key("verdict"); w.String(verdictName(historyVerdict(report)));
     w.EndObject();
     w.Key("executor_log");
@@ -222,7 +256,9 @@ std::string reportJson(const RunReport& report) {
     w.Key("error"); writeString(w, run.error);
     w.Key("plan_sha256"); writeString(w, run.planDigest);
     w.Key("configuration"); writeString(w, run.configuration);
+    w.Key("executor_starts"); w.Uint64(run.executorStarts);
     w.Key("executor_ends"); writeLines(w, run.executorEnds);
+    w.Key("boot_count"); w.Uint64(run.bootCount);
     w.Key("boots"); writeLines(w, run.boots);
     w.Key("device");
     w.StartObject();
@@ -240,11 +276,17 @@ std::string reportJson(const RunReport& report) {
 // in the suite's name and its properties.
 std::string reportJunit(const RunReport& report) {
     const RunFacts& run = report.run;
-    int tests = static_cast<int>(report.cases.size()) + 1;
-    std::string counts = attr("tests", std::to_string(tests)) +
-                         attr("failures", std::to_string(countOf(report, Verdict::Fail))) +
-                         attr("errors", std::to_string(countOf(report, Verdict::Error))) +
-                         attr("skipped", std::to_string(countOf(report, Verdict::Unknown)));
+    // The counts are of the elements: test cases left out stand as one, which
+    // fails when any of them fails or errs.
+    bool leftOutFailed = report.leftOut[static_cast<int>(Verdict::Fail)] +
+                         report.leftOut[static_cast<int>(Verdict::Error)] > 0;
+    auto shown = [&](Verdict v) {
+        uint64_t n = countOf(report, v) - report.leftOut[static_cast<int>(v)];
+        return std::to_string(n + (v == Verdict::Fail && leftOutFailed ? 1 : 0));
+    };
+    size_t tests = report.cases.size() + 1 + (leftOutCount(report) > 0 ? 1 : 0);
+    std::string counts = attr("tests", std::to_string(tests)) + attr("failures", shown(Verdict::Fail)) +
+                         attr("errors", shown(Verdict::Error)) + attr("skipped", shown(Verdict::Unknown));
     std::string duration = std::to_string(run.duration >= 0 ? run.duration : 0);
     std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites" +
                       attr("name", "ostrel") + counts + attr("time", duration) + ">\n";
@@ -279,17 +321,26 @@ std::string reportJunit(const RunReport& report) {
         out += "      <system-out>" + xmlEscape("command: " + c.command + "\n" + c.reason, false) +
                "</system-out>\n    </testcase>\n";
     }
+    if (leftOutCount(report) > 0) {
+        out += "    <testcase" + attr("classname", "ostrel.left_out") +
+               attr("name", std::to_string(leftOutCount(report)) + " more test cases") + attr("time", "0") +
+               ">\n";
+        if (leftOutFailed) out += "      <failure" + attr("message", leftOutLine(report)) + attr("type", "left_out") + "/>\n";
+        out += "      <system-out>" + xmlEscape(leftOutLine(report), false) + "</system-out>\n    </testcase>\n";
+    }
     out += "    <testcase" + attr("classname", "ostrel.history") + attr("name", kHistoryName) +
            attr("time", "0") + ">\n";
     if (historyVerdict(report) == Verdict::Fail) {
         out += "      <failure" +
-               attr("message", std::to_string(report.crashLines.size()) +
+               attr("message", std::to_string(report.crashLineCount) +
                                        " crash-history line(s) collected during the run") +
                attr("type", "crash") + "/>\n";
     } else if (historyVerdict(report) == Verdict::Unknown) {
         out += "      <skipped" + attr("message", "no history copy beside the archive or in it") + "/>\n";
     }
-    out += "      <system-out>" + xmlEscape(joinLines(report.crashLines), false) +
+    std::string leftOutLines = linesLeftOut(report) == 0 ? "" :
+            "... " + std::to_string(linesLeftOut(report)) + " more line(s) left out of this report\n";
+    out += "      <system-out>" + xmlEscape(joinLines(report.crashLines) + leftOutLines, false) +
            "</system-out>\n    </testcase>\n";
     out += "    <system-out>" +
            xmlEscape(runLine(report) + "executor log: " + std::to_string(report.logSize) +
@@ -301,27 +352,44 @@ std::string reportJunit(const RunReport& report) {
 
 // One test set per run; the crash history keeps its name (a test case whose name
 // cleans to it gets a suffix); a measurement is always what was reached.
-std::string reportLava(const RunReport& report) {
-    std::set<std::string> taken;
-    std::string historyName = lavaName(kHistoryName, &taken);
-    std::string out = "lava-test-set start " + lavaName("QAV" + report.stamp, &taken) + "\n";
-    auto line = [&](const std::string& name, Verdict v, const std::string& measurement) {
+std::vector<std::vector<std::string>> lavaCalls(const RunReport& report) {
+    LavaNames names;
+    std::string historyName = names.make(kHistoryName);
+    std::vector<std::vector<std::string>> calls;
+    calls.push_back({"lava-test-set", "start", names.make("QAV" + report.stamp)});
+    auto call = [&](const std::string& name, Verdict v, int64_t value, const char* units) {
         // LAVA has no "error": an error is a fail.
-        const char* result = v == Verdict::Error ? "fail" : verdictName(v);
-        out += "lava-test-case " + name + " --result " + result + measurement + "\n";
-    };
-    auto measured = [](int64_t value, const char* units) {
-        return " --measurement " + std::to_string(value) + " --units " + units;
+        std::vector<std::string> words = {"lava-test-case", name, "--result",
+                                          v == Verdict::Error ? "fail" : verdictName(v)};
+        if (units != nullptr) {
+            words.insert(words.end(), {"--measurement", std::to_string(value), "--units", units});
+        }
+        calls.push_back(std::move(words));
     };
     for (const auto& c : report.cases) {
-        line(lavaName(c.name, &taken), c.verdict, c.counted ? measured(c.reached, unitName(c.kind)) : "");
+        call(names.make(c.name), c.verdict, c.reached, c.counted ? unitName(c.kind) : nullptr);
     }
-    if (!report.run.error.empty()) {
-        line(lavaName("executor " + report.run.error, &taken), Verdict::Fail, "");
+    if (leftOutCount(report) > 0) {
+        bool failed = report.leftOut[static_cast<int>(Verdict::Fail)] +
+                      report.leftOut[static_cast<int>(Verdict::Error)] > 0;
+        call(names.make("left_out"), failed ? Verdict::Fail : Verdict::Pass,
+             static_cast<int64_t>(leftOutCount(report)), "testcases");
     }
-    line(historyName, historyVerdict(report),
-         measured(static_cast<int64_t>(report.crashLines.size()), "lines"));
-    return out + "lava-test-set stop\n";
+    if (!report.run.error.empty()) call(names.make("executor " + report.run.error), Verdict::Fail, 0, nullptr);
+    call(historyName, historyVerdict(report), static_cast<int64_t>(report.crashLineCount), "lines");
+    calls.push_back({"lava-test-set", "stop"});
+    return calls;
+}
+
+// Every word is a LAVA-safe name, a verdict, a number or a unit: joined by
+// blanks, each line is the call it stands for.
+std::string reportLava(const RunReport& report) {
+    std::string out;
+    for (const auto& words : lavaCalls(report)) {
+        for (size_t i = 0; i < words.size(); i++) out += (i ? " " : "") + words[i];
+        out += "\n";
+    }
+    return out;
 }
 
 }  // namespace ostrel_report

@@ -17,12 +17,15 @@ namespace ostrel_report {
 
 namespace {
 
-constexpr size_t kMaxRecordBytes = 16u << 20;
+// A record holds a line per executor start and boot: 4 MiB is some 30,000 boots.
+constexpr size_t kMaxRecordBytes = 4u << 20;
 
 std::string str(const rapidjson::Value& v, const char* key) {
     if (!v.IsObject()) return "";
     auto it = v.FindMember(key);
-    return it != v.MemberEnd() && it->value.IsString() ? it->value.GetString() : "";
+    return it != v.MemberEnd() && it->value.IsString()
+                   ? shownText(std::string(it->value.GetString(), it->value.GetStringLength()))
+                   : "";
 }
 
 const rapidjson::Value* member(const rapidjson::Value& v, const char* key) {
@@ -53,7 +56,7 @@ bool readRecordText(const std::string& path, std::string* text, std::string* err
     int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         if (errno == ENOENT) return true;
-        *error = "cannot read the run record " + path + ": " + strerror(errno);
+        *error = "cannot read the run record " + cleanText(path) + ": " + strerror(errno);
         return false;
     }
     struct stat st;
@@ -70,35 +73,32 @@ bool readRecordText(const std::string& path, std::string* text, std::string* err
         }
     }
     close(fd);
-    if (!ok) *error = "the run record " + path + " is not a regular file of at most 16 MiB";
+    if (!ok) *error = "the run record " + cleanText(path) + " is not a regular file of at most 4 MiB";
     return ok;
-}
-
-void judge(RunReport* report) {
-    const RunFacts& run = report->run;
-    bool byItself = run.endCause == "executor";
-    bool lastExitedZero = byItself && !run.executorEnds.empty() && run.executorEnds.back() == "exit 0";
-    for (CaseReport& c : report->cases) {
-        if (c.target == 0) {
-            c.verdict = Verdict::Fail;
-            c.reason = "no target: a size of 0 is never reached";
-        } else if (c.counted && c.reached >= c.target) {
-            continue;
-        } else if (!run.error.empty()) {
-            c.verdict = Verdict::Error;
-            c.reason = "the executor ended with " + run.error + "; " + c.reason;
-        } else if (!c.counted && lastExitedZero) {
-            c.verdict = Verdict::Pass;
-            c.reason = std::to_string(c.asked) + " rounds asked; the executor ran them and exited 0";
-        } else if (run.endCause == "runAbort") {
-            c.reason += " (the run was aborted)";
-        }
-    }
 }
 
 }  // namespace
 
-bool applyRunRecord(const std::string& archivePath, RunReport* report, std::string* error) {
+void judgeWithRecord(const RunFacts& run, CaseReport* c) {
+    bool byItself = run.endCause == "executor";
+    bool lastExitedZero = byItself && run.executorStarts > 0 && run.lastEnd == "exit 0";
+    if (c->target == 0) {
+        c->verdict = Verdict::Fail;
+        c->reason = "no target: a size of 0 is never reached";
+    } else if (c->counted && c->reached >= c->target) {
+        return;
+    } else if (!run.error.empty()) {
+        c->verdict = Verdict::Error;
+        c->reason = "the executor ended with " + run.error + "; " + c->reason;
+    } else if (!c->counted && lastExitedZero) {
+        c->verdict = Verdict::Pass;
+        c->reason = std::to_string(c->asked) + " rounds asked; the executor ran them and exited 0";
+    } else if (run.endCause == "runAbort") {
+        c->reason += " (the run was aborted)";
+    }
+}
+
+bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string* error) {
     std::string path = archivePath;
     if (path.size() > 4 && path.compare(path.size() - 4, 4, ".zip") == 0) path.resize(path.size() - 4);
     path += ".run.json";
@@ -108,10 +108,10 @@ bool applyRunRecord(const std::string& archivePath, RunReport* report, std::stri
     rapidjson::Document doc;
     using vendor::brevane::hardware::ostrel::core::parseJsonText;
     if (!parseJsonText(doc, text.data(), text.size()) || !doc.IsObject()) {
-        *error = "the run record " + path + " is not a JSON object";
+        *error = "the run record " + cleanText(path) + " is not a JSON object";
         return false;
     }
-    RunFacts& run = report->run;
+    RunFacts& run = *facts;
     run.present = true;
     const rapidjson::Value* start = member(doc, "start");
     const rapidjson::Value* end = member(doc, "end");
@@ -132,23 +132,29 @@ bool applyRunRecord(const std::string& archivePath, RunReport* report, std::stri
     }
     if (const rapidjson::Value* device = member(doc, "device"); device && device->IsObject()) {
         for (const auto& m : device->GetObject()) {
-            if (m.value.IsString()) run.device.emplace_back(m.name.GetString(), m.value.GetString());
+            if (m.value.IsString() && run.device.size() < kShownLines) {
+                run.device.emplace_back(shownText(m.name.GetString()), shownText(m.value.GetString()));
+            }
         }
     }
     bool serviceEnded = run.endCause == "runAbort" || run.endCause == "runFinished";
     if (const rapidjson::Value* list = member(doc, "executors"); list && list->IsArray()) {
         for (const auto& e : list->GetArray()) {
             std::string how = endOf(e);
-            run.executorEnds.push_back(how);
+            if (run.executorEnds.size() < kShownLines) run.executorEnds.push_back(how);
+            run.executorStarts++;
+            run.lastEnd = how;
             bool byService = serviceEnded && (how == "SIGTERM" || how == "SIGKILL");
             bool inError = !how.empty() && how != "exit 0" && !byService;
             if (inError && run.error.empty()) run.error = how;
         }
     }
     if (const rapidjson::Value* boots = member(doc, "boots"); boots && boots->IsArray()) {
-        for (const auto& b : boots->GetArray()) run.boots.push_back(str(b, "time"));
+        for (const auto& b : boots->GetArray()) {
+            if (run.boots.size() < kShownLines) run.boots.push_back(str(b, "time"));
+            run.bootCount++;
+        }
     }
-    judge(report);
     return true;
 }
 
