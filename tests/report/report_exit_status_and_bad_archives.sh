@@ -1,5 +1,7 @@
 # ostrelctl report on archives made here, in the sandbox without a bus: the exit status of
-# whole ones; a bad command line or an archive not Ostrel's, truncated or hostile: exit 2, one message, nothing written.
+# whole ones; a bad command line or an archive not Ostrel's, truncated or hostile: exit 2,
+# one line, nothing written; hostile ones that can be read: counted whole, shown in part,
+# in bounded memory, with no control character in any format.
 source "$(dirname "$0")/../e2e/lib.sh"
 mkdir -p /tmp/archives && cd /tmp/archives
 
@@ -39,25 +41,42 @@ damaged = open("crc.zip", "rb").read().replace(b'"select": true', b'"select": TR
 open("crc.zip", "wb").write(damaged)
 PY
 mkfifo fifo.zip
+python3 "$(dirname "$0")/hostile_archives.py" /tmp/archives
+cp QAVpass.zip QAVrecordfifo.zip && mkfifo QAVrecordfifo.run.json
+
+# Sanitizers' shadow memory counts in the peak: the bound holds for the default build.
+rss_bound=$((64 << 10))
+if readelf -s "$OSTRELCTL" | grep -qE '__(asan|tsan)_init'; then rss_bound=$((4 << 20)); fi
+mkdir -p /tmp/measure
+# measure ARG...: ostrelctl report ARG..., its output in /tmp/measure/{out,err}; prints
+# the exit status, the peak resident size in KiB and the seconds taken.
+measure() {
+    python3 - "$OSTRELCTL" "$@" <<'PY'
+import resource, subprocess, sys, time
+start = time.monotonic()
+with open("/tmp/measure/out", "wb") as out, open("/tmp/measure/err", "wb") as err:
+    status = subprocess.run([sys.argv[1], "report", *sys.argv[2:]], stdout=out, stderr=err).returncode
+print(status, resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss, "%.2f" % (time.monotonic() - start))
+PY
+}
 
 # The sandbox's writable places, which report must leave as they are: files with size and
 # time, folders by name only (a sanitizer's runtime uses /tmp), not the project's tree (CTest's logs).
 listing() {
-    find /tmp /data /run \( -path "$OSTREL_SOURCE_DIR" -o -path "$OSTREL_BUILD_DIR" \) -prune -o \
+    find /tmp /data /run \( -path "$OSTREL_SOURCE_DIR" -o -path "$OSTREL_BUILD_DIR" -o -path /tmp/measure \) -prune -o \
         \( -type d -printf '%p\n' \) -o -printf '%p %s %T@\n' 2>/dev/null | sort
 }
 before=$(listing)
 
-# ARGUMENTS|STATUS|STANDARD ERROR (\n between lines); the arguments are words.
+# ARGUMENTS|STATUS|STANDARD ERROR (\n between lines, none for exit 0 and 1); the
+# arguments are words. Each row also keeps its peak memory under the bound.
 while IFS='|' read -r args want message; do
     # shellcheck disable=SC2086
-    status=0; out=$(ctl report $args 2>/dev/null) || status=$?; err=$(ctl report $args 2>&1 >/dev/null || true)
-    if [ "$want" -eq 2 ]; then
-        check "$args: exit 2, the message, nothing on standard output, nothing written" \
-            "2 $(printf '%b' "$message")|$before" "$status $err$out|$(listing)"
-    else
-        check "$args: exit $want, no message" "$want " "$status $err"
-    fi
+    read -r status rss seconds <<<"$(measure $args)"
+    err=$(cat /tmp/measure/err)
+    [ "$want" -eq 2 ] && out=$(cat /tmp/measure/out) || out=""
+    check "$args: exit $want, $([ "$want" -eq 2 ] && echo "one message, nothing on standard output" || echo "no message"), under $((rss_bound >> 10)) MiB ($((rss >> 10)) MiB, $seconds s)" \
+        "$want $(printf '%b' "$message") yes" "$status $err$out $(yes_if test "$rss" -lt "$rss_bound")"
 done <<EOF
 QAVpass.zip|0|
 --help|0|
@@ -76,7 +95,41 @@ fifo.zip|2|ostrelctl: fifo.zip: not a regular file
 missing.zip|2|ostrelctl: missing.zip: cannot read: No such file or directory
 --format xml QAVpass.zip|2|ostrelctl: report: unknown format "xml"\nusage: ostrelctl report [--format text|json|junit|lava] ARCHIVE
 QAVpass.zip plain.zip|2|ostrelctl: report takes one ARCHIVE\nusage: ostrelctl report [--format text|json|junit|lava] ARCHIVE
+--format json QAVnewlines.zip|1|
+--format junit QAVlongline.zip|1|
+QAVmillion.zip|0|
+--format lava QAVsamename.zip|0|
+--format json QAVrecordboots.zip|0|
+QAVdamaged.zip|2|ostrelctl: QAVdamaged.zip: not a zip archive, or a damaged one (Invalid offset)
+QAVforged.zip|2|ostrelctl: QAVforged.zip: entry "../x\xef\xbf\xbdostrelctl: QAV.zip: OK, all passed" points outside the archive's folder (a damaged or hostile archive)
+--format junit QAVmethod.zip|2|ostrelctl: QAVmethod.zip: qav/data/ostreldata.txt is compressed with method 12, which this reader does not support (only stored and deflated)
+QAVrecordhuge.zip|2|ostrelctl: QAVrecordhuge.zip: the run record QAVrecordhuge.run.json is not a regular file of at most 4 MiB
+QAVrecorddeep.zip|2|ostrelctl: QAVrecorddeep.zip: the run record QAVrecorddeep.run.json is not a JSON object
+QAVrecordfifo.zip|2|ostrelctl: QAVrecordfifo.zip: the run record QAVrecordfifo.run.json is not a regular file of at most 4 MiB
 EOF
+check "nothing was written" "$before" "$(listing)"
+
+# What is shown is bounded; what is counted is whole.
+check "16 MiB of line ends: every line counted, the first 1,000 shown, the rest said" "16777216 1000 16776216 fail" \
+    "$(ctl report --format json QAVnewlines.zip | jq -r '.crash_history | "\(.count) \(.lines | length) \(.lines_left_out) \(.verdict)"')"
+check "a line of 16 MiB: cut to 1 KiB with what was left out" "1050  ... (16776192 more bytes)" \
+    "$(ctl report --format json QAVlongline.zip | jq -r '.crash_history.lines[0] | "\(length) \(.[1024:])"')"
+check "a million test cases: 1,000 shown, the rest counted by verdict, every one in the counts" \
+    "1000 999000 999000 1000000" \
+    "$(ctl report --format json QAVmillion.zip | jq -r '"\(.testcases | length) \(.testcases_left_out.count) \(.testcases_left_out.pass) \(.counts.pass - 1)"')"
+check "text, JUnit and LAVA say what was left out" "yes yes yes" "$(yes_if grep -q '^\.\.\. *999000 more selected test case(s) left out of this report (999000 pass' <(ctl report QAVmillion.zip)) \
+$(yes_if grep -q 'name="999000 more test cases"' <(ctl report --format junit QAVmillion.zip)) \
+$(yes_if grep -qx 'lava-test-case left_out --result pass --measurement 999000 --units testcases' <(ctl report --format lava QAVmillion.zip))"
+check "1,000 shown test cases of one name: 1,000 distinct LAVA names and ids" "1000 1000" \
+    "$(ctl report --format lava QAVsamename.zip | grep '^lava-test-case same' | cut -d' ' -f2 | sort -u | wc -l) $(ctl report --format json QAVsamename.zip | jq '[.testcases[].id] | unique | length')"
+check "a record of 400,000 boots: counted, the first 1,000 kept" "400000 1000" \
+    "$(ctl report --format json QAVrecordboots.zip | jq -r '"\(.run.boot_count) \(.run.boots | length)"')"
+for format in text json junit lava; do
+    check "controls in names, commands and lines: none in the $format report, valid UTF-8" "clean" "$(ctl report --format "$format" QAVcontrols.zip | python3 -c '
+import re, sys
+text = sys.stdin.buffer.read().decode("utf-8")
+print("clean" if text and not re.search("[\x00-\x09\x0b-\x1f\x7f-\x9f]", text) else "dirty")' 2>&1)"
+done
 
 check "the history beside the archive is read before the archive's own" "oops 1" \
     "$(ctl report --format json QAVbeside.zip | jq -r '.crash_history.lines[]')"

@@ -38,16 +38,15 @@ std::string cleanText(const std::string& text, bool keepLineEnds) {
         static const uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
         valid = valid && cp >= kLeast[length] && cp <= 0x10FFFF;
         // Printable characters of XML 1.0: no C0, DEL or C1 control, no surrogate.
-        valid = valid && ((cp == 0xA && keepLineEnds) || (cp >= 0x20 && cp < 0x7F) ||
-                          (cp >= 0xA0 && cp <= 0xD7FF) || (cp >= 0xE000 && cp <= 0xFFFD) ||
-                          cp >= 0x10000);
-        if (valid) {
+        bool printable = (cp == 0xA && keepLineEnds) || (cp >= 0x20 && cp < 0x7F) ||
+                         (cp >= 0xA0 && cp <= 0xD7FF) || (cp >= 0xE000 && cp <= 0xFFFD) || cp >= 0x10000;
+        if (valid && printable) {
             out.append(text, i, length);
-            i += length;
         } else {
             out += kReplacement;
-            i += 1;
         }
+        // A whole character stands for one replacement; a broken sequence for one per byte.
+        i += valid ? length : 1;
     }
     return out;
 }
