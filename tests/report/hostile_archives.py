@@ -59,6 +59,9 @@ def record(start="2026-11-24T05:00:00Z", end="2026-11-24T06:00:00Z", cause="exec
 def classes():
     ok = [case("boots", "boots", 2, 2), case("hours", "hours", 7210, 7200)]
     return {
+        # A whole run: the baseline of the bench and a seed of the fuzz target.
+        "QAVvalid": (lambda p: archive(p, plan_of(ok + [case("rounds", target=3)]),
+                                       history=b"panic at 0x7f00 in driver 12\n"), record()),
         # 16 MiB of line ends in a 17 KB archive: 16,777,216 crash lines, counted.
         "QAVnewlines": (lambda p: archive(p, plan_of(ok), history=b"\n" * (16 << 20)), None),
         # One line of 16 MiB.
