@@ -93,8 +93,8 @@ huge.zip|2|ostrelctl: huge.zip: qav/data/ostreldata.txt is 17825792 bytes, more 
 crc.zip|2|ostrelctl: crc.zip: qav/data/ostreldata.txt is damaged (its CRC does not match)
 fifo.zip|2|ostrelctl: fifo.zip: not a regular file
 missing.zip|2|ostrelctl: missing.zip: cannot read: No such file or directory
---format xml QAVpass.zip|2|ostrelctl: report: unknown format "xml"\nusage: ostrelctl report [--format text|json|junit|lava] ARCHIVE
-QAVpass.zip plain.zip|2|ostrelctl: report takes one ARCHIVE\nusage: ostrelctl report [--format text|json|junit|lava] ARCHIVE
+--format xml QAVpass.zip|2|ostrelctl: report: unknown format "xml"\nusage: ostrelctl report [--format text|json|junit|lava] [--exec] ARCHIVE
+QAVpass.zip plain.zip|2|ostrelctl: report takes one ARCHIVE\nusage: ostrelctl report [--format text|json|junit|lava] [--exec] ARCHIVE
 --format json QAVnewlines.zip|1|
 --format junit QAVlongline.zip|1|
 QAVmillion.zip|0|
@@ -131,6 +131,19 @@ text = sys.stdin.buffer.read().decode("utf-8")
 print("clean" if text and not re.search("[\x00-\x09\x0b-\x1f\x7f-\x9f]", text) else "dirty")' 2>&1)"
 done
 
+# --exec runs each LAVA line as a command with its words as arguments: stand-ins
+# on PATH record what they were given.
+mkdir -p /tmp/lavabin
+for helper in lava-test-case lava-test-set; do
+    printf '#!/bin/sh\necho "$(basename "$0") $*" >> /tmp/lavabin/calls\n' > /tmp/lavabin/$helper
+    chmod +x /tmp/lavabin/$helper
+done
+PATH=/tmp/lavabin:$PATH ctl report --format lava --exec QAVcontrols.zip >/dev/null || true
+check "report --exec: every LAVA line run as a call with its words, in order" \
+    "$(ctl report --format lava QAVcontrols.zip)" "$(cat /tmp/lavabin/calls)"
+check "report --exec without lava-test-set: exit 2 and which call" \
+    "2 ostrelctl: report: lava-test-set start: not found or not runnable" \
+    "$(status_of env PATH=/nonexistent "$OSTRELCTL" report --format lava --exec QAVpass.zip) $(env PATH=/nonexistent "$OSTRELCTL" report --format lava --exec QAVpass.zip 2>&1)"
 check "the history beside the archive is read before the archive's own" "oops 1" \
     "$(ctl report --format json QAVbeside.zip | jq -r '.crash_history.lines[]')"
 finish

@@ -59,14 +59,17 @@ const Command kCommands[] = {
          "does not know, which it keeps). Exit status: 0 no\n"
          "problem, 1 problems found, 2 not readable or not JSON.\n",
          Command::kCheck, 0, 1, checkPlanCommand},
-        {"report", "[--format text|json|junit|lava] ARCHIVE",
+        {"report", "[--format text|json|junit|lava] [--exec] ARCHIVE",
          "read a QAV<stamp>.zip that get-result made (and the\n"
          "QAV<stamp>.db_history and QAV<stamp>.run.json beside it,\n"
          "when present): each selected test case with its target,\n"
          "what was reached and a verdict, the crash-history lines\n"
          "and the end of the executor's log. text is a table\n"
          "(default), json one document (also with --json), junit\n"
-         "JUnit XML, lava one lava-test-case line per test case.\n"
+         "JUnit XML, lava one lava-test-case line per test case;\n"
+         "with --exec each lava line is run as a command with its\n"
+         "words as arguments (never through a shell), as a LAVA\n"
+         "test shell does with the device's result pulled to it.\n"
          "Exit status: 0 every verdict pass (or unknown: rounds the\n"
          "planner does not count), 1 any fail, 2 bad command line\n"
          "or an archive that cannot be read.\n",
