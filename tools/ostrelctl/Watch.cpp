@@ -14,6 +14,7 @@
 #include "Client.h"
 #include "JsonText.h"
 #include "PlanSchema.h"
+#include "Report.h"
 
 namespace ostrelctl {
 
@@ -35,13 +36,10 @@ std::string bar(double done, double target) {
     return "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] " + percent;
 }
 
-// A name on one line: line ends and other control characters become blanks.
+// A name on one line: every control character, line ends included, and broken
+// UTF-8 become U+FFFD, as in a report.
 std::string oneLine(const char* text) {
-    std::string out = text;
-    for (char& c : out) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
-    }
-    return out;
+    return ostrel_report::cleanText(text);
 }
 
 std::string hoursText(int seconds) {
