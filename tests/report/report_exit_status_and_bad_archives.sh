@@ -93,8 +93,8 @@ huge.zip|2|ostrelctl: huge.zip: qav/data/ostreldata.txt is 17825792 bytes, more 
 crc.zip|2|ostrelctl: crc.zip: qav/data/ostreldata.txt is damaged (its CRC does not match)
 fifo.zip|2|ostrelctl: fifo.zip: not a regular file
 missing.zip|2|ostrelctl: missing.zip: cannot read: No such file or directory
---format xml QAVpass.zip|2|ostrelctl: report: unknown format "xml"\nusage: ostrelctl report [--format text|json|junit|lava] [--exec] ARCHIVE
-QAVpass.zip plain.zip|2|ostrelctl: report takes one ARCHIVE\nusage: ostrelctl report [--format text|json|junit|lava] [--exec] ARCHIVE
+--format xml QAVpass.zip|2|ostrelctl: report: unknown format "xml"\nusage: ostrelctl report [--format text|json|junit|lava|html] [--exec] ARCHIVE|FOLDER...
+--format json|2|ostrelctl: report takes an ARCHIVE or more, or a folder\nusage: ostrelctl report [--format text|json|junit|lava|html] [--exec] ARCHIVE|FOLDER...
 --format json QAVnewlines.zip|1|
 --format junit QAVlongline.zip|1|
 QAVmillion.zip|0|

@@ -67,6 +67,7 @@ ExitStatus getResultCommand(const sp<IOstrel>&, const std::vector<std::string>&,
 ExitStatus watchCommand(const sp<IOstrel>&, const std::vector<std::string>&, const Options&);
 ExitStatus checkPlanCommand(const sp<IOstrel>&, const std::vector<std::string>&, const Options&);
 ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>&, const Options&);
+ExitStatus retryCommand(const sp<IOstrel>&, const std::vector<std::string>&, const Options&);
 
 // The name getState's value stands for ("IDLE", ..., or "UNKNOWN(n)").
 std::string stateName(OstrelState state);
@@ -98,6 +99,9 @@ std::string watchJson(OstrelState state, const std::string& plan);
 // carry it): a long echo is cut to its first and last lines unless --verbose.
 void printLog(const std::string& log, const Options& options);
 
+// set-test's work: |text| checked (unless |force|), stored, read back.
+ExitStatus storePlan(const sp<IOstrel>& service, const std::string& text, bool force,
+                     const Options& options);
 // run-start, run-abort, run-finished, boot-completed, confirmed by the state after.
 ExitStatus confirmedValue(const sp<IOstrel>& service, const std::string& cmd, const char* method,
                           const std::function<Return<bool>()>& call, const Options& options);

@@ -42,6 +42,14 @@ const Command kCommands[] = {
          "pack the last run and print its archive and crash-history\n"
          "copy; may take minutes, there is no time-out\n",
          Command::kService, 0, 0, getResultCommand},
+        {"retry", "RESULT",
+         "from a run's result (QAV<stamp>.zip and the run record\n"
+         "beside it), store the plan again with only the test\n"
+         "cases that failed or erred selected and their counters\n"
+         "reset (checked as set-test does), and apply again the\n"
+         "configuration that run applied; refused for a result of\n"
+         "another device. Then run-start runs them.\n",
+         Command::kService, 1, 1, retryCommand},
         {"watch", "",
          "show the state and a progress bar per selected test case\n"
          "(hours with what is left, boots; rounds are the\n"
@@ -59,7 +67,7 @@ const Command kCommands[] = {
          "does not know, which it keeps). Exit status: 0 no\n"
          "problem, 1 problems found, 2 not readable or not JSON.\n",
          Command::kCheck, 0, 1, checkPlanCommand},
-        {"report", "[--format text|json|junit|lava] [--exec] ARCHIVE",
+        {"report", "[--format text|json|junit|lava|html] [--exec] ARCHIVE|FOLDER...",
          "read a QAV<stamp>.zip that get-result made (and the\n"
          "QAV<stamp>.db_history and QAV<stamp>.run.json beside it,\n"
          "when present): each selected test case with its target,\n"
@@ -70,9 +78,14 @@ const Command kCommands[] = {
          "with --exec each lava line is run as a command with its\n"
          "words as arguments (never through a shell), as a LAVA\n"
          "test shell does with the device's result pulled to it.\n"
+         "Several archives, or folders (searched for QAV*.zip), make\n"
+         "a summary of many runs: a row per run, per test case\n"
+         "across runs and per crash signature (numbers, addresses\n"
+         "and hex ids masked), archives that cannot be read listed\n"
+         "with why; html is one self-contained page of it.\n"
          "Exit status: 0 every verdict pass (or unknown: rounds the\n"
-         "planner does not count), 1 any fail, 2 bad command line\n"
-         "or an archive that cannot be read.\n",
+         "planner does not count), 1 any fail or error, 2 bad\n"
+         "command line or no archive that can be read.\n",
          Command::kReport, 0, kMany, reportCommand},
 };
 

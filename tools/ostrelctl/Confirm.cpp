@@ -68,8 +68,14 @@ ExitStatus setTestCommand(const sp<IOstrel>& service, const std::vector<std::str
                           const Options& options) {
     std::vector<std::string> args = given;
     bool force = takeForce(&args);
-    std::string text, error;
+    std::string text;
     if (!readInput(args, &text)) return kUsage;
+    return storePlan(service, text, force, options);
+}
+
+ExitStatus storePlan(const sp<IOstrel>& service, const std::string& text, bool force,
+                     const Options& options) {
+    std::string error;
     std::vector<core::PlanFinding> findings;
     if (!force) {
         bool readable = core::checkPlan(text, &findings, &error);

@@ -1,6 +1,8 @@
-// ostrelctl report: parses the command line, reads the result with the report
-// library (tools/report) and prints it in the format asked for, or, for LAVA,
-// runs each lava-test-case call with its words as arguments (no shell).
+// ostrelctl report: parses the command line, reads one result or many with the
+// report library (tools/report) and prints it, or the summary of many, in the
+// format asked for; for LAVA it can run each lava-test-case call with its words
+// as arguments (no shell).
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +13,7 @@
 #include <vector>
 
 #include "Client.h"
+#include "Fleet.h"
 #include "Report.h"
 
 namespace ostrelctl {
@@ -19,7 +22,8 @@ using namespace ostrel_report;
 
 namespace {
 
-constexpr const char* kUsageText = "usage: ostrelctl report [--format text|json|junit|lava] [--exec] ARCHIVE";
+constexpr const char* kUsageText =
+        "usage: ostrelctl report [--format text|json|junit|lava|html] [--exec] ARCHIVE|FOLDER...";
 
 // Runs |words| as a command found on PATH and waits for it; "" when it exited 0,
 // else what went wrong.
@@ -42,6 +46,61 @@ std::string runCall(const std::vector<std::string>& words) {
                              : std::string("ended by ") + strsignal(WTERMSIG(status));
 }
 
+// The LAVA calls of one run, printed or run.
+ExitStatus lavaOut(const RunReport& report, bool exec) {
+    if (!exec) {
+        std::cout << reportLava(report);
+        return kOk;
+    }
+    for (const auto& words : lavaCalls(report)) {
+        std::string failure = runCall(words);
+        if (!failure.empty()) {
+            std::cerr << "ostrelctl: report: " << words[0] << " " << words[1] << ": " << failure << "\n";
+            return kUsage;
+        }
+    }
+    return kOk;
+}
+
+// Many results: each read, folded into the summary and let go. JUnit and LAVA
+// are written run by run as they are read.
+ExitStatus fleetReport(const std::vector<std::string>& names, const std::string& format, bool exec) {
+    std::vector<std::string> archives;
+    std::string error;
+    if (!findArchives(names, &archives, &error)) {
+        std::cerr << "ostrelctl: report: " << error << "\n";
+        return kUsage;
+    }
+    FleetSummary fleet;
+    if (format == "junit") std::cout << junitHead();
+    for (const std::string& archive : archives) {
+        RunReport report;
+        if (!readRunReport(archive, &report, &error)) {
+            fleet.bad.push_back(BadArchive{archive, error});
+            if (format == "junit") std::cout << junitBadArchive(fleet.bad.back());
+            continue;
+        }
+        if (format == "junit") std::cout << junitSuite(report);
+        if (format == "lava" && lavaOut(report, exec) != kOk) return kUsage;
+        addRun(&fleet, report);
+    }
+    if (format == "junit") std::cout << junitTail();
+    if (format == "text") std::cout << fleetText(fleet);
+    if (format == "json") std::cout << fleetJson(fleet);
+    if (format == "html") std::cout << fleetHtml(fleet);
+    std::cout.flush();
+    for (const BadArchive& bad : fleet.bad) {
+        if (format == "junit" || format == "lava") {
+            std::cerr << "ostrelctl: " << cleanText(bad.archive) << ": " << bad.reason << "\n";
+        }
+    }
+    if (fleet.runs.empty()) {
+        std::cerr << "ostrelctl: report: no result could be read (" << fleet.bad.size() << " tried)\n";
+        return kUsage;
+    }
+    return fleetVerdict(fleet) == Verdict::Fail ? kRefused : kOk;
+}
+
 }  // namespace
 
 ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& args,
@@ -53,9 +112,7 @@ ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& arg
         const std::string& arg = args[i];
         if (arg == "--exec") {
             exec = true;
-            continue;
-        }
-        if (arg == "--format" && i + 1 < args.size()) {
+        } else if (arg == "--format" && i + 1 < args.size()) {
             format = args[++i];
         } else if (arg.compare(0, 9, "--format=") == 0) {
             format = arg.substr(9);
@@ -66,7 +123,7 @@ ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& arg
             files.push_back(arg);
         }
     }
-    if (format != "text" && format != "json" && format != "junit" && format != "lava") {
+    if (format != "text" && format != "json" && format != "junit" && format != "lava" && format != "html") {
         std::cerr << "ostrelctl: report: unknown format \"" << format << "\"\n" << kUsageText << "\n";
         return kUsage;
     }
@@ -74,30 +131,26 @@ ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& arg
         std::cerr << "ostrelctl: report: --exec goes with --format lava\n" << kUsageText << "\n";
         return kUsage;
     }
-    if (files.size() != 1) {
-        std::cerr << "ostrelctl: report takes one ARCHIVE\n" << kUsageText << "\n";
+    if (files.empty()) {
+        std::cerr << "ostrelctl: report takes an ARCHIVE or more, or a folder\n" << kUsageText << "\n";
         return kUsage;
     }
+    struct stat st;
+    bool single = files.size() == 1 && format != "html" &&
+                  !(stat(files[0].c_str(), &st) == 0 && S_ISDIR(st.st_mode));
+    if (!single) return fleetReport(files, format, exec);
     RunReport report;
     std::string error;
     if (!readRunReport(files[0], &report, &error)) {
         std::cerr << "ostrelctl: " << cleanText(files[0]) << ": " << error << "\n";
         return kUsage;
     }
-    if (exec) {
-        for (const auto& words : lavaCalls(report)) {
-            std::string failure = runCall(words);
-            if (!failure.empty()) {
-                std::cerr << "ostrelctl: report: " << words[0] << " " << words[1] << ": " << failure << "\n";
-                return kUsage;
-            }
-        }
+    if (format == "lava") {
+        if (lavaOut(report, exec) != kOk) return kUsage;
     } else if (format == "json") {
         std::cout << reportJson(report);
     } else if (format == "junit") {
         std::cout << reportJunit(report);
-    } else if (format == "lava") {
-        std::cout << reportLava(report);
     } else {
         std::cout << reportText(report);
     }

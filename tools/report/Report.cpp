@@ -313,15 +313,12 @@ bool readLog(ZipArchiveHandle handle, RunReport* report, std::string* error) {
     return true;
 }
 
-}  // namespace
-
-bool readRunReport(const std::string& archivePath, RunReport* report, std::string* error) {
+// Opens |archivePath| (a regular file, never waited on) and checks its entry names.
+bool openArchive(const std::string& archivePath, Archive* archive, std::string* error) {
 #ifndef __ANDROID__
     // On a host, libziparchive's warnings would go to standard error.
     __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
 #endif
-    report->archive = archivePath;
-    report->stamp = stampOf(archivePath);
     int fd = open(archivePath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         *error = std::string("cannot read: ") + strerror(errno);
@@ -335,15 +332,33 @@ bool readRunReport(const std::string& archivePath, RunReport* report, std::strin
     }
     ZipArchiveHandle raw = nullptr;
     int32_t status = OpenArchiveFd(fd, archivePath.c_str(), &raw, true);
-    Archive archive(raw);
+    archive->reset(raw);
     if (status != 0) {
         *error = std::string("not a zip archive, or a damaged one (") + ErrorCodeString(status) + ")";
         return false;
     }
+    return checkEntryNames(raw, error);
+}
+
+}  // namespace
+
+bool readRunReport(const std::string& archivePath, RunReport* report, std::string* error) {
+    report->archive = archivePath;
+    report->stamp = stampOf(archivePath);
+    Archive archive;
     // The record first: each test case is judged with it as the plan streams by.
-    return checkEntryNames(raw, error) && readRunRecord(archivePath, &report->run, error) &&
-           readPlan(raw, report, error) && readHistory(raw, archivePath, report, error) &&
-           readLog(raw, report, error);
+    return openArchive(archivePath, &archive, error) && readRunRecord(archivePath, &report->run, error) &&
+           readPlan(archive.get(), report, error) && readHistory(archive.get(), archivePath, report, error) &&
+           readLog(archive.get(), report, error);
+}
+
+bool readArchivedPlan(const std::string& archivePath, std::string* text, std::string* error) {
+    Archive archive;
+    bool found = false;
+    if (!openArchive(archivePath, &archive, error)) return false;
+    if (extractEntry(archive.get(), kPlanEntry, kMaxPlanBytes, text, &found, error)) return true;
+    if (!found) *error = std::string("no plan in it (no ") + kPlanEntry + "): not a result of Ostrel";
+    return false;
 }
 
 Verdict historyVerdict(const RunReport& report) {

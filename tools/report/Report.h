@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <rapidjson/document.h>
+
 #include "PlanSchema.h"
 
 namespace ostrel_report {
@@ -49,6 +51,9 @@ struct RunFacts {
     int64_t duration = -1;             // seconds from start to end, -1 when unknown
     std::string planDigest;
     std::string configuration;  // the tool's words as applied last and its exit status, "" for none
+    // The client's list of that configuration as JSON text; "null" when it was a
+    // clearing, "" when the record holds none.
+    std::string configurationList;
     std::vector<std::pair<std::string, std::string>> device;
     // The first kShownLines of each list; the counts cover all.
     std::vector<std::string> executorEnds;  // per start: "exit 0", "SIGSEGV", or "" (no end seen)
@@ -82,6 +87,10 @@ bool readRunRecord(const std::string& archivePath, RunFacts* run, std::string* e
 // Reads the plan's text (entry |entry| of the archive) into |report->cases|,
 // judged with |report->run|; false with |error| when it is no JSON object.
 bool readPlanText(const std::string& text, const char* entry, RunReport* report, std::string* error);
+// The archived plan's text (qav/data/ostreldata.txt of |archivePath|).
+bool readArchivedPlan(const std::string& archivePath, std::string* text, std::string* error);
+// One test case of a plan judged as the report judges it (|run| may be absent).
+CaseReport judgeTestcase(const rapidjson::Value& tc, int64_t index, const RunFacts& run);
 // Judges |c| again with what the record tells (an executor that ended in error,
 // a run aborted, rounds run out by an executor that exited 0).
 void judgeWithRecord(const RunFacts& run, CaseReport* c);

@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "Fleet.h"
 #include "Report.h"
 
 namespace ostrel_report {
@@ -48,22 +49,6 @@ std::string leftOutLine(const RunReport& report) {
 
 uint64_t linesLeftOut(const RunReport& report) {
     return report.crashLineCount - report.crashLines.size();
-}
-
-std::string xmlEscape(const std::string& text, bool attribute) {
-    std::string out;
-    // Line ends are kept in an element's text; an attribute holds one line.
-    for (char c : cleanText(text, !attribute)) {
-        switch (c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += attribute ? "&quot;" : "\""; break;
-            case '\'': out += attribute ? "&apos;" : "'"; break;
-            default: out += c;
-        }
-    }
-    return out;
 }
 
 std::string attr(const char* name, const std::string& value) {
@@ -149,6 +134,22 @@ void writeLines(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w,
 }
 
 }  // namespace
+
+std::string xmlEscape(const std::string& text, bool attribute) {
+    std::string out;
+    // Line ends are kept in an element's text; an attribute holds one line.
+    for (char c : cleanText(text, !attribute)) {
+        switch (c) {
+            case '&': out += "&amp;"; break;
+            case '<': out += "&lt;"; break;
+            case '>': out += "&gt;"; break;
+            case '"': out += attribute ? "&quot;" : "\""; break;
+            case '\'': out += attribute ? "&apos;" : "'"; break;
+            default: out += c;
+        }
+    }
+    return out;
+}
 
 std::string reportText(const RunReport& report) {
     std::string out = "Ostrel run " + oneLine(report.stamp) + " (" + oneLine(report.archive) +
@@ -274,7 +275,7 @@ std::string reportJson(const RunReport& report) {
 
 // A test case's classname is the same in every run (its kind); the run's stamp is
 // in the suite's name and its properties.
-std::string reportJunit(const RunReport& report) {
+std::string junitSuite(const RunReport& report) {
     const RunFacts& run = report.run;
     // The counts are of the elements: test cases left out stand as one, which
     // fails when any of them fails or errs.
@@ -288,8 +289,7 @@ std::string reportJunit(const RunReport& report) {
     std::string counts = attr("tests", std::to_string(tests)) + attr("failures", shown(Verdict::Fail)) +
                          attr("errors", shown(Verdict::Error)) + attr("skipped", shown(Verdict::Unknown));
     std::string duration = std::to_string(run.duration >= 0 ? run.duration : 0);
-    std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites" +
-                      attr("name", "ostrel") + counts + attr("time", duration) + ">\n";
+    std::string out;
     std::string when = isoTime(report.stamp);
     out += "  <testsuite" + attr("name", "QAV" + report.stamp) + counts + attr("time", duration) +
            (when.empty() ? "" : attr("timestamp", when)) + ">\n    <properties>\n";
@@ -346,8 +346,27 @@ std::string reportJunit(const RunReport& report) {
            xmlEscape(runLine(report) + "executor log: " + std::to_string(report.logSize) +
                              " bytes, last lines:\n" + joinLines(report.logTail),
                      false) +
-           "</system-out>\n  </testsuite>\n</testsuites>\n";
+           "</system-out>\n  </testsuite>\n";
     return out;
+}
+
+std::string junitHead() {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites" + attr("name", "ostrel") + ">\n";
+}
+
+std::string junitTail() {
+    return "</testsuites>\n";
+}
+
+std::string junitBadArchive(const BadArchive& bad) {
+    return "  <testsuite" + attr("name", bad.archive) + attr("tests", "1") + attr("failures", "0") +
+           attr("errors", "1") + ">\n    <testcase" + attr("classname", "ostrel.archive") +
+           attr("name", bad.archive) + ">\n      <error" + attr("message", bad.reason) +
+           attr("type", "unreadable") + "/>\n    </testcase>\n  </testsuite>\n";
+}
+
+std::string reportJunit(const RunReport& report) {
+    return junitHead() + junitSuite(report) + junitTail();
 }
 
 // One test set per run; the crash history keeps its name (a test case whose name

@@ -135,8 +135,7 @@ class PlanReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, PlanRe
 
     void take(int64_t index) {
         if (!core::readTestcase(testcase_).isSelect) return;
-        CaseReport c = judgeCase(testcase_, index);
-        if (run_.present) judgeWithRecord(run_, &c);
+        CaseReport c = judgeTestcase(testcase_, index, run_);
         if (report_->cases.size() >= kShownCases) {
             report_->leftOut[static_cast<int>(c.verdict)]++;
             return;
@@ -162,6 +161,12 @@ class PlanReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, PlanRe
 };
 
 }  // namespace
+
+CaseReport judgeTestcase(const rapidjson::Value& tc, int64_t index, const RunFacts& run) {
+    CaseReport c = judgeCase(tc, index);
+    if (run.present) judgeWithRecord(run, &c);
+    return c;
+}
 
 // |text| is the plan entry's bytes; false with |error| when it is no JSON object.
 bool readPlanText(const std::string& text, const char* entry, RunReport* report, std::string* error) {

@@ -3,6 +3,8 @@
 // input (bounded, regular files only); the verdicts are judged again with it.
 #include <fcntl.h>
 #include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -126,6 +128,12 @@ bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string*
             for (const auto& w : words->GetArray()) {
                 if (w.IsString()) run.configuration += (run.configuration.empty() ? "" : " ") + std::string(w.GetString());
             }
+        }
+        if (const rapidjson::Value* list = member(*config, "list"); list && (list->IsObject() || list->IsNull())) {
+            rapidjson::StringBuffer buffer;
+            rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+            list->Accept(writer);
+            run.configurationList.assign(buffer.GetString(), buffer.GetSize());
         }
         const rapidjson::Value* status = member(*config, "exit_status");
         run.configuration += " (exit " + std::to_string(status && status->IsInt() ? status->GetInt() : -1) + ")";

@@ -1,0 +1,132 @@
+// ostrelctl retry RESULT: a lab's first move after a failing run. From the run's
+// result (archive and record) it makes the plan again with only the test cases
+// that failed or erred selected and every counter reset, stores it as set-test
+// does (checked, read back), and applies again the configuration that run
+// applied, from the client's list kept in the record. A result of another device
+// is refused.
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <iostream>
+
+#include "Client.h"
+#include "DeviceIdentity.h"
+#include "JsonText.h"
+#include "PlanSchema.h"
+#include "Report.h"
+
+namespace ostrelctl {
+
+namespace core = ::vendor::brevane::hardware::ostrel::core;
+using namespace ostrel_report;
+
+namespace {
+
+// The members that name a device rather than its build.
+const char* const kIdentityKeys[] = {"platform", "machine_id", "model"};
+
+// "" when the record's device is this one, else what differs.
+std::string otherDevice(const RunFacts& run) {
+    rapidjson::Document here(rapidjson::kObjectType);
+    core::describeDevice(&here, here.GetAllocator());
+    for (const char* key : kIdentityKeys) {
+        std::string recorded;
+        for (const auto& [k, v] : run.device) {
+            if (k == key) recorded = v;
+        }
+        auto it = here.FindMember(key);
+        std::string mine = it != here.MemberEnd() && it->value.IsString() ? it->value.GetString() : "";
+        if (recorded != mine) return std::string(key) + " \"" + cleanText(recorded) + "\", this device's \"" + mine + "\"";
+    }
+    return "";
+}
+
+void setMember(rapidjson::Value& object, const char* key, rapidjson::Value value,
+               rapidjson::Document::AllocatorType& a) {
+    auto it = object.FindMember(key);
+    if (it != object.MemberEnd()) {
+        it->value = value;
+    } else {
+        object.AddMember(rapidjson::StringRef(key), value, a);
+    }
+}
+
+}  // namespace
+
+ExitStatus retryCommand(const sp<IOstrel>& service, const std::vector<std::string>& args,
+                        const Options& options) {
+    const std::string& archive = args[1];
+    RunReport report;
+    std::string error, text;
+    if (!readRunReport(archive, &report, &error) || !readArchivedPlan(archive, &text, &error)) {
+        std::cerr << "ostrelctl: retry: " << cleanText(archive) << ": " << error << "\n";
+        return kUsage;
+    }
+    const RunFacts& run = report.run;
+    if (!run.present) {
+        std::cerr << "ostrelctl: retry: " << cleanText(archive)
+                  << ": no run record beside it (QAV<stamp>.run.json): it tells the device and the "
+                     "configuration to apply again\n";
+        return kUsage;
+    }
+    if (std::string other = otherDevice(run); !other.empty()) {
+        std::cerr << "ostrelctl: retry: the result is of another device (its " << other << ")\n";
+        return kRefused;
+    }
+    rapidjson::Document plan;
+    if (!core::parseJsonText(plan, text.data(), text.size()) || !plan.IsObject()) {
+        std::cerr << "ostrelctl: retry: " << cleanText(archive) << ": the archived plan is not a JSON object\n";
+        return kUsage;
+    }
+    auto& a = plan.GetAllocator();
+    auto cases = plan.FindMember(core::plankey::kTestcases);
+    size_t again = 0;
+    if (cases != plan.MemberEnd() && cases->value.IsArray()) {
+        int64_t index = 0;
+        for (auto& tc : cases->value.GetArray()) {
+            int64_t i = index++;
+            if (!tc.IsObject()) continue;
+            bool failed = false;
+            if (core::readTestcase(tc).isSelect) {
+                Verdict v = judgeTestcase(tc, i, run).verdict;
+                failed = v == Verdict::Fail || v == Verdict::Error;
+            }
+            again += failed;
+            setMember(tc, core::plankey::kSelect, rapidjson::Value(failed), a);
+            for (const char* key : {core::plankey::kCurrentTime, core::plankey::kTargetTime,
+                                    core::plankey::kCurrentRound, core::plankey::kTargetRound}) {
+                setMember(tc, key, rapidjson::Value(0), a);
+            }
+        }
+    }
+    if (again == 0) {
+        std::cerr << "ostrelctl: retry: nothing to retry: no test case failed or erred in "
+                  << cleanText(archive) << "\n";
+        return kRefused;
+    }
+    setMember(plan, core::plankey::kNotSet, rapidjson::Value(false), a);
+    setMember(plan, core::plankey::kCurrentState, rapidjson::Value(1), a);
+    setMember(plan, core::plankey::kRunStart, rapidjson::Value(false), a);
+    setMember(plan, core::plankey::kRunFinished, rapidjson::Value(false), a);
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    plan.Accept(writer);
+    ExitStatus status = storePlan(service, std::string(buffer.GetString(), buffer.GetSize()), false, options);
+    if (status != kOk) return status;
+    if (run.configurationList.empty()) {
+        std::cerr << "ostrelctl: retry: the run applied no configuration; the current one stays\n";
+    } else if (run.configurationList == "null") {
+        status = callbackBool("clearConfig", [&](auto cb) { return service->clearConfig(cb); }, options);
+    } else {
+        hidl_string list(run.configurationList);
+        status = callbackBool("setConfig", [&](auto cb) { return service->setConfig(list, cb); }, options);
+    }
+    if (status == kOk) {
+        std::cout << "retry: " << again << " test case(s) selected again from " << cleanText(archive)
+                  << "; run-start runs them\n";
+    }
+    return status;
+}
+
+}  // namespace ostrelctl

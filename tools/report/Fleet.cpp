@@ -1,0 +1,177 @@
+// Many runs, one view: finding the archives and folding each run's report into
+// the summary (a row per run, per test case, per crash signature).
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+#include "Fleet.h"
+
+namespace ostrel_report {
+
+namespace {
+
+bool isResultName(const std::string& name) {
+    return name.size() > 7 && name.compare(0, 3, "QAV") == 0 &&
+           name.compare(name.size() - 4, 4, ".zip") == 0;
+}
+
+// QAV*.zip under |dir|, in name order, folders included (links are not followed).
+void searchFolder(const std::string& dir, std::vector<std::string>* archives) {
+    DIR* d = opendir(dir.c_str());
+    if (d == nullptr) return;
+    std::vector<std::string> names;
+    while (struct dirent* e = readdir(d)) {
+        if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) names.push_back(e->d_name);
+    }
+    closedir(d);
+    std::sort(names.begin(), names.end());
+    for (const std::string& name : names) {
+        std::string path = dir + "/" + name;
+        struct stat st;
+        if (lstat(path.c_str(), &st) != 0) continue;
+        if (S_ISDIR(st.st_mode)) {
+            searchFolder(path, archives);
+        } else if (S_ISREG(st.st_mode) && isResultName(name)) {
+            archives->push_back(path);
+        }
+    }
+}
+
+// The record's device members that name the device and its build.
+std::string deviceMember(const RunFacts& run, std::initializer_list<const char*> keys) {
+    for (const char* key : keys) {
+        for (const auto& [k, v] : run.device) {
+            if (k == key && !v.empty()) return v;
+        }
+    }
+    return "";
+}
+
+std::string amountOf(const CaseReport& c) {
+    if (!c.counted) return std::to_string(c.asked) + " rounds asked";
+    return std::to_string(c.reached) + " of " + std::to_string(c.target) + " " + unitName(c.kind);
+}
+
+}  // namespace
+
+bool findArchives(const std::vector<std::string>& args, std::vector<std::string>* archives,
+                  std::string* error) {
+    for (const std::string& arg : args) {
+        struct stat st;
+        if (stat(arg.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+            searchFolder(arg, archives);
+        } else {
+            // A file is taken as it is: reading it says what is wrong with it.
+            archives->push_back(arg);
+        }
+    }
+    if (archives->empty()) {
+        *error = "no QAV*.zip in " + cleanText(args.empty() ? "" : args[0]);
+        return false;
+    }
+    return true;
+}
+
+std::string crashSignature(const std::string& line) {
+    std::string out;
+    size_t i = 0;
+    while (i < line.size()) {
+        if (!isalnum(static_cast<unsigned char>(line[i]))) {
+            out += line[i++];
+            continue;
+        }
+        size_t end = i;
+        while (end < line.size() && isalnum(static_cast<unsigned char>(line[end]))) end++;
+        std::string word = line.substr(i, end - i);
+        bool hex = word.size() >= 8 && std::all_of(word.begin(), word.end(), [](char c) {
+            return isxdigit(static_cast<unsigned char>(c));
+        });
+        if (word.size() > 2 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X')) {
+            out += "0x#";
+        } else if (hex) {
+            out += "#";
+        } else {
+            // Every run of digits inside a word: driver12 -> driver#.
+            for (size_t k = 0; k < word.size(); k++) {
+                bool digit = isdigit(static_cast<unsigned char>(word[k]));
+                if (!digit) out += word[k];
+                else if (k == 0 || !isdigit(static_cast<unsigned char>(word[k - 1]))) out += '#';
+            }
+        }
+        i = end;
+    }
+    return out;
+}
+
+void addRun(FleetSummary* fleet, const RunReport& report) {
+    const RunFacts& facts = report.run;
+    FleetRun run;
+    size_t runIndex = fleet->runs.size();
+    run.archive = report.archive;
+    run.stamp = report.stamp;
+    run.device = deviceMember(facts, {"host_name", "model", "machine_id", "serial"});
+    run.build = deviceMember(facts, {"fingerprint", "os"});
+    std::string kernel = deviceMember(facts, {"kernel"});
+    if (!kernel.empty()) run.build += (run.build.empty() ? "" : ", ") + kernel;
+    run.configuration = facts.configuration;
+    run.start = facts.start;
+    run.endCause = facts.endCause;
+    run.error = facts.error;
+    run.duration = facts.duration;
+    run.verdict = overallVerdict(report);
+    for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Unknown, Verdict::Error}) {
+        run.counts[static_cast<int>(v)] = countOf(report, v);
+    }
+    run.crashLines = report.crashLineCount;
+    for (const CaseReport& c : report.cases) {
+        auto key = std::make_pair(c.id, static_cast<int>(c.kind));
+        auto found = fleet->caseIndex.find(key);
+        size_t index = found != fleet->caseIndex.end() ? found->second : fleet->cases.size();
+        if (found == fleet->caseIndex.end()) {
+            fleet->caseIndex.emplace(key, index);
+            fleet->cases.push_back(FleetCase{c.id, c.kind, {}, {}});
+        }
+        FleetCase& fc = fleet->cases[index];
+        fc.counts[static_cast<int>(c.verdict)]++;
+        if (c.verdict == Verdict::Fail || c.verdict == Verdict::Error) fc.failedRuns.push_back(runIndex);
+        run.cases.push_back(FleetCaseResult{index, c.verdict, amountOf(c), c.reason});
+    }
+    for (const std::string& line : report.crashLines) {
+        if (run.crashExamples.size() < kRunViewLines) run.crashExamples.push_back(line);
+        std::string signature = crashSignature(line);
+        auto it = fleet->signatures.find(signature);
+        if (it == fleet->signatures.end()) {
+            if (fleet->signatures.size() >= kMaxSignatures) {
+                fleet->otherCrashLines++;
+                continue;
+            }
+            it = fleet->signatures.emplace(signature, CrashSignature{signature, line, 0, {}, {}}).first;
+        }
+        it->second.count++;
+        it->second.devices.insert(run.device.empty() ? run.stamp : run.device);
+        it->second.configurations.insert(run.configuration.empty() ? "none" : run.configuration);
+    }
+    fleet->crashLinesLeftOut += report.crashLineCount - report.crashLines.size();
+    fleet->runs.push_back(std::move(run));
+}
+
+std::vector<const CrashSignature*> signaturesByCount(const FleetSummary& fleet) {
+    std::vector<const CrashSignature*> out;
+    for (const auto& [key, signature] : fleet.signatures) out.push_back(&signature);
+    std::stable_sort(out.begin(), out.end(), [](const CrashSignature* a, const CrashSignature* b) {
+        return a->count > b->count;
+    });
+    return out;
+}
+
+Verdict fleetVerdict(const FleetSummary& fleet) {
+    for (const FleetRun& run : fleet.runs) {
+        if (run.verdict == Verdict::Fail) return Verdict::Fail;
+    }
+    return Verdict::Pass;
+}
+
+}  // namespace ostrel_report

@@ -1,0 +1,183 @@
+// The summary of many runs as tables for a person and as one JSON document.
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
+
+#include <cstdio>
+
+#include "Fleet.h"
+
+namespace ostrel_report {
+
+namespace {
+
+constexpr size_t kFailedRunsShown = 5;
+
+std::string cell(const std::string& text) {
+    return cleanText(text).empty() ? "-" : cleanText(text);
+}
+
+std::string durationText(int64_t seconds) {
+    if (seconds < 0) return "-";
+    char buf[32];
+    snprintf(buf, sizeof(buf), "%lldh%02lldm%02llds", static_cast<long long>(seconds / 3600),
+             static_cast<long long>(seconds / 60 % 60), static_cast<long long>(seconds % 60));
+    return buf;
+}
+
+std::string endText(const FleetRun& run) {
+    if (!run.error.empty()) return "error " + run.error;
+    return run.endCause.empty() ? "-" : run.endCause;
+}
+
+std::string joined(const std::set<std::string>& items) {
+    std::string out;
+    for (const std::string& item : items) out += (out.empty() ? "" : ", ") + cleanText(item);
+    return out;
+}
+
+void writeString(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w, const std::string& text) {
+    std::string clean = cleanText(text);
+    w.String(clean.data(), static_cast<rapidjson::SizeType>(clean.size()));
+}
+
+void writeCounts(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w, const uint64_t counts[4]) {
+    w.StartObject();
+    for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Error, Verdict::Unknown}) {
+        w.Key(verdictName(v));
+        w.Uint64(counts[static_cast<int>(v)]);
+    }
+    w.EndObject();
+}
+
+}  // namespace
+
+std::string fleetText(const FleetSummary& fleet) {
+    size_t failed = 0;
+    for (const FleetRun& run : fleet.runs) failed += run.verdict == Verdict::Fail;
+    std::string out = "Ostrel runs: " + std::to_string(fleet.runs.size()) + " read, " +
+                      std::to_string(failed) + " failed, " + std::to_string(fleet.bad.size()) +
+                      " not readable: " + verdictName(fleetVerdict(fleet)) + "\n\nRUNS\n";
+    char row[512];
+    snprintf(row, sizeof(row), "%-4s %-8s %-22s %-10s %-16s %-20s %s\n", "RUN", "VERDICT", "STAMP",
+             "DURATION", "END", "DEVICE", "BUILD / CONFIGURATION");
+    out += row;
+    for (size_t i = 0; i < fleet.runs.size(); i++) {
+        const FleetRun& run = fleet.runs[i];
+        snprintf(row, sizeof(row), "%-4zu %-8s %-22s %-10s %-16s %-20s ", i + 1, verdictName(run.verdict),
+                 cell(run.stamp).c_str(), durationText(run.duration).c_str(), cell(endText(run)).c_str(),
+                 cell(run.device).c_str());
+        out += row + cell(run.build) + " / " + cell(run.configuration) + "\n";
+    }
+    out += "\nTEST CASES\n";
+    snprintf(row, sizeof(row), "%5s %5s %5s %7s  %-7s %s\n", "PASS", "FAIL", "ERROR", "UNKNOWN", "KIND",
+             "TEST CASE: RUNS THAT FAILED");
+    out += row;
+    for (const FleetCase& c : fleet.cases) {
+        snprintf(row, sizeof(row), "%5llu %5llu %5llu %7llu  %-7s ",
+                 static_cast<unsigned long long>(c.counts[static_cast<int>(Verdict::Pass)]),
+                 static_cast<unsigned long long>(c.counts[static_cast<int>(Verdict::Fail)]),
+                 static_cast<unsigned long long>(c.counts[static_cast<int>(Verdict::Error)]),
+                 static_cast<unsigned long long>(c.counts[static_cast<int>(Verdict::Unknown)]),
+                 kindName(c.kind));
+        std::string runs;
+        for (size_t k = 0; k < c.failedRuns.size() && k < kFailedRunsShown; k++) {
+            runs += (k ? " " : "") + std::to_string(c.failedRuns[k] + 1);
+        }
+        if (c.failedRuns.size() > kFailedRunsShown) {
+            runs += " and " + std::to_string(c.failedRuns.size() - kFailedRunsShown) + " more";
+        }
+        out += row + cell(c.id) + (runs.empty() ? "" : ": " + runs) + "\n";
+    }
+    out += "\nCRASH SIGNATURES\n";
+    for (const CrashSignature* s : signaturesByCount(fleet)) {
+        out += std::to_string(s->count) + "x  " + cleanText(s->signature) + "\n     devices: " +
+               joined(s->devices) + "; configurations: " + joined(s->configurations) +
+               "\n     e.g. " + cleanText(s->example) + "\n";
+    }
+    if (fleet.signatures.empty()) out += "none\n";
+    if (fleet.otherCrashLines > 0) {
+        out += std::to_string(fleet.otherCrashLines) + " line(s) of further signatures, counted together\n";
+    }
+    if (fleet.crashLinesLeftOut > 0) {
+        out += std::to_string(fleet.crashLinesLeftOut) + " line(s) beyond the first 1,000 of their run, not grouped\n";
+    }
+    if (!fleet.bad.empty()) {
+        out += "\nNOT READABLE\n";
+        for (const BadArchive& b : fleet.bad) out += cleanText(b.archive) + ": " + cleanText(b.reason) + "\n";
+    }
+    return out;
+}
+
+std::string fleetJson(const FleetSummary& fleet) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::PrettyWriter<rapidjson::StringBuffer> w(buffer);
+    w.SetIndent(' ', 2);
+    w.StartObject();
+    w.Key("verdict"); w.String(verdictName(fleetVerdict(fleet)));
+    w.Key("runs");
+    w.StartArray();
+    for (const FleetRun& run : fleet.runs) {
+        w.StartObject();
+        w.Key("archive"); writeString(w, run.archive);
+        w.Key("stamp"); writeString(w, run.stamp);
+        w.Key("device"); writeString(w, run.device);
+        w.Key("build"); writeString(w, run.build);
+        w.Key("configuration"); writeString(w, run.configuration);
+        w.Key("start"); writeString(w, run.start);
+        w.Key("duration"); run.duration >= 0 ? w.Int64(run.duration) : w.Null();
+        w.Key("end_cause"); writeString(w, run.endCause);
+        w.Key("error"); writeString(w, run.error);
+        w.Key("verdict"); w.String(verdictName(run.verdict));
+        w.Key("counts"); writeCounts(w, run.counts);
+        w.Key("crash_lines"); w.Uint64(run.crashLines);
+        w.EndObject();
+    }
+    w.EndArray();
+    w.Key("testcases");
+    w.StartArray();
+    for (const FleetCase& c : fleet.cases) {
+        w.StartObject();
+        w.Key("id"); writeString(w, c.id);
+        w.Key("kind"); w.String(kindName(c.kind));
+        w.Key("counts"); writeCounts(w, c.counts);
+        w.Key("failed_runs");
+        w.StartArray();
+        for (size_t r : c.failedRuns) writeString(w, fleet.runs[r].stamp);
+        w.EndArray();
+        w.EndObject();
+    }
+    w.EndArray();
+    w.Key("crash_signatures");
+    w.StartArray();
+    for (const CrashSignature* s : signaturesByCount(fleet)) {
+        w.StartObject();
+        w.Key("signature"); writeString(w, s->signature);
+        w.Key("count"); w.Uint64(s->count);
+        w.Key("devices");
+        w.StartArray();
+        for (const std::string& d : s->devices) writeString(w, d);
+        w.EndArray();
+        w.Key("configurations");
+        w.StartArray();
+        for (const std::string& c : s->configurations) writeString(w, c);
+        w.EndArray();
+        w.Key("example"); writeString(w, s->example);
+        w.EndObject();
+    }
+    w.EndArray();
+    w.Key("crash_lines_other"); w.Uint64(fleet.otherCrashLines);
+    w.Key("crash_lines_left_out"); w.Uint64(fleet.crashLinesLeftOut);
+    w.Key("bad_archives");
+    w.StartArray();
+    for (const BadArchive& b : fleet.bad) {
+        w.StartObject();
+        w.Key("archive"); writeString(w, b.archive);
+        w.Key("reason"); writeString(w, b.reason);
+        w.EndObject();
+    }
+    w.EndArray();
+    w.EndObject();
+    return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
+}
+
+}  // namespace ostrel_report

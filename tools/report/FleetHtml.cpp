@@ -1,0 +1,200 @@
+// The summary of many runs as one self-contained page: the verdict matrix, crash
+// signatures as bars, the runs on a time line, and a section per run. The page's
+// frame, style and script come from FleetPage.html (embedded at build time); the
+// content security policy allows that style and that script alone, by hash, so
+// nothing a device wrote can load or run anything.
+#include <openssl/evp.h>
+#include <openssl/sha.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+
+#include "Fleet.h"
+#include "FleetPage.h"
+
+namespace ostrel_report {
+
+namespace {
+
+std::string esc(const std::string& text) {
+    return xmlEscape(text, true);
+}
+
+// 'sha256-<base64>' of the text between |open| and |close| in the page.
+std::string sourceHash(const std::string& page, const std::string& open, const std::string& close) {
+    size_t from = page.find(open), to = page.find(close);
+    if (from == std::string::npos || to == std::string::npos || to < from) return "'none'";
+    from += open.size();
+    unsigned char digest[SHA256_DIGEST_LENGTH];
+    SHA256(reinterpret_cast<const unsigned char*>(page.data() + from), to - from, digest);
+    unsigned char encoded[4 * ((SHA256_DIGEST_LENGTH + 2) / 3) + 1];
+    EVP_EncodeBlock(encoded, digest, SHA256_DIGEST_LENGTH);
+    return "'sha256-" + std::string(reinterpret_cast<char*>(encoded)) + "'";
+}
+
+std::string verdictCell(Verdict v, const std::string& title) {
+    static const char* const kLetter[] = {"P", "F", "?", "E"};
+    return "<td class=\"v v-" + std::string(verdictName(v)) + "\" title=\"" + esc(title) + "\">" +
+           kLetter[static_cast<int>(v)] + "</td>";
+}
+
+std::string badge(Verdict v) {
+    return "<span class=\"badge v-" + std::string(verdictName(v)) + "\">" + verdictName(v) + "</span>";
+}
+
+// 2026-11-24T05:31:00Z as seconds since the epoch, -1 for anything else.
+int64_t utcSeconds(const std::string& text) {
+    struct tm tm = {};
+    const char* end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &tm);
+    return end != nullptr && *end == '\0' ? static_cast<int64_t>(timegm(&tm)) : -1;
+}
+
+std::string runLabel(const FleetSummary& fleet, size_t i) {
+    const FleetRun& run = fleet.runs[i];
+    return "QAV" + run.stamp + (run.device.empty() ? "" : " on " + run.device);
+}
+
+std::string matrix(const FleetSummary& fleet) {
+    std::string out = "<h2 id=\"runs\">Runs and verdicts</h2>\n<div class=\"controls\">"
+                      "<label>Filter runs <input id=\"filter\" type=\"search\"></label>"
+                      "<label><input id=\"failing\" type=\"checkbox\"> failed runs only</label>"
+                      "<span id=\"shown\" aria-live=\"polite\"></span></div>\n"
+                      "<p class=\"legend\"><span>P pass</span><span>F fail</span><span>E error</span>"
+                      "<span>? unknown (rounds not counted)</span><span>- not in that run</span></p>\n"
+                      "<div class=\"scroll\"><table id=\"matrix\">\n<thead><tr><th>Run</th><th>Verdict</th>"
+                      "<th>Device</th><th>Configuration</th>";
+    for (const FleetCase& c : fleet.cases) out += "<th>" + esc(c.id) + "</th>";
+    out += "<th>crash history</th></tr></thead>\n<tbody>\n";
+    for (size_t i = 0; i < fleet.runs.size(); i++) {
+        const FleetRun& run = fleet.runs[i];
+        out += "<tr data-run=\"" + std::to_string(i + 1) + "\" data-verdict=\"" + verdictName(run.verdict) +
+               "\"><th><a href=\"#run-" + std::to_string(i + 1) + "\">" + esc("QAV" + run.stamp) +
+               "</a></th><td>" + badge(run.verdict) + "</td><td>" + esc(run.device) + "</td><td>" +
+               esc(run.configuration) + "</td>";
+        std::vector<const FleetCaseResult*> byCase(fleet.cases.size(), nullptr);
+        for (const FleetCaseResult& r : run.cases) byCase[r.caseIndex] = &r;
+        for (const FleetCaseResult* r : byCase) {
+            out += r ? verdictCell(r->verdict, r->reason) : "<td class=\"v none\">-</td>";
+        }
+        out += verdictCell(run.crashLines > 0 ? Verdict::Fail : Verdict::Pass,
+                           std::to_string(run.crashLines) + " crash-history line(s)") + "</tr>\n";
+    }
+    return out + "</tbody></table></div>\n";
+}
+
+std::string signatures(const FleetSummary& fleet) {
+    std::string out = "<h2 id=\"signatures\">Crash signatures</h2>\n";
+    auto sorted = signaturesByCount(fleet);
+    if (sorted.empty()) out += "<p>No crash-history line in any run.</p>\n";
+    uint64_t most = sorted.empty() ? 1 : sorted.front()->count;
+    for (const CrashSignature* s : sorted) {
+        std::string devices, configurations;
+        for (const auto& d : s->devices) devices += (devices.empty() ? "" : ", ") + d;
+        for (const auto& c : s->configurations) configurations += (configurations.empty() ? "" : ", ") + c;
+        char width[32];
+        snprintf(width, sizeof(width), "%.1f", 100.0 * static_cast<double>(s->count) / static_cast<double>(most));
+        out += "<div class=\"sig\"><svg class=\"bar\" viewBox=\"0 0 100 4\" preserveAspectRatio=\"none\" "
+               "role=\"img\" aria-label=\"" + std::to_string(s->count) + " lines\"><rect width=\"" + width +
+               "\" height=\"4\"/></svg><b>" + std::to_string(s->count) + "&#215;</b> <code>" +
+               esc(s->signature) + "</code><details><summary>devices, configurations, an example</summary>"
+               "<dl><dt>Devices</dt><dd>" + esc(devices) + "</dd><dt>Configurations</dt><dd>" +
+               esc(configurations) + "</dd><dt>Example</dt><dd><code>" + esc(s->example) +
+               "</code></dd></dl></details></div>\n";
+    }
+    if (fleet.otherCrashLines > 0) {
+        out += "<p>" + std::to_string(fleet.otherCrashLines) + " line(s) of further signatures, counted together.</p>\n";
+    }
+    return out;
+}
+
+// Each run as a bar from its start to its end, coloured by how it ended.
+std::string timeline(const FleetSummary& fleet) {
+    std::string out = "<h2 id=\"timeline\">Durations and end causes</h2>\n";
+    int64_t first = -1, last = -1;
+    for (const FleetRun& run : fleet.runs) {
+        int64_t s = utcSeconds(run.start);
+        if (s < 0) continue;
+        first = first < 0 ? s : std::min(first, s);
+        last = std::max(last, s + std::max<int64_t>(run.duration, 0));
+    }
+    if (first < 0) return out + "<p>No run record tells a start time.</p>\n";
+    double span = std::max<double>(static_cast<double>(last - first), 1.0);
+    int height = static_cast<int>(fleet.runs.size()) * 14 + 4;
+    out += "<p class=\"legend\"><span>green: the executor ended by itself</span><span>grey: aborted</span>"
+           "<span>blue: finished by a client</span><span>purple: the executor ended in error</span></p>\n"
+           "<svg class=\"timeline\" viewBox=\"0 0 1000 " + std::to_string(height) + "\" role=\"img\" "
+           "aria-label=\"runs on a time line\">\n";
+    for (size_t i = 0; i < fleet.runs.size(); i++) {
+        const FleetRun& run = fleet.runs[i];
+        int64_t s = utcSeconds(run.start);
+        if (s < 0) continue;
+        char geometry[96];
+        double x = 700.0 * static_cast<double>(s - first) / span;
+        double w = std::max(2.0, 700.0 * static_cast<double>(std::max<int64_t>(run.duration, 0)) / span);
+        snprintf(geometry, sizeof(geometry), "x=\"%.1f\" y=\"%zu\" width=\"%.1f\" height=\"10\"", x, i * 14 + 2, w);
+        std::string cause = !run.error.empty() ? "error" : run.endCause.empty() ? "none" : run.endCause;
+        out += "<rect class=\"t-" + esc(cause) + "\" " + geometry + "><title>" + esc(runLabel(fleet, i)) +
+               ": " + std::to_string(run.duration) + " s, " + esc(cause) + "</title></rect>"
+               "<text x=\"" + std::to_string(static_cast<int>(x + w) + 4) + "\" y=\"" +
+               std::to_string(i * 14 + 11) + "\">" + esc("QAV" + run.stamp) + "</text>\n";
+    }
+    return out + "</svg>\n";
+}
+
+std::string runSection(const FleetSummary& fleet, size_t i) {
+    const FleetRun& run = fleet.runs[i];
+    std::string n = std::to_string(i + 1);
+    std::string out = "<section id=\"run-" + n + "\">\n<h3>Run " + n + ": " + esc("QAV" + run.stamp) + " " +
+                      badge(run.verdict) + "</h3>\n<dl><dt>Archive</dt><dd>" + esc(run.archive) +
+                      "</dd><dt>Device</dt><dd>" + esc(run.device) + "</dd><dt>Build</dt><dd>" +
+                      esc(run.build) + "</dd><dt>Configuration</dt><dd>" + esc(run.configuration) +
+                      "</dd><dt>Start</dt><dd>" + esc(run.start) + "</dd><dt>Duration</dt><dd>" +
+                      (run.duration >= 0 ? std::to_string(run.duration) + " s" : "unknown") +
+                      "</dd><dt>End</dt><dd>" + esc(run.error.empty() ? run.endCause : "error: " + run.error) +
+                      "</dd></dl>\n<div class=\"scroll\"><table><thead><tr><th>Test case</th><th>Verdict</th>"
+                      "<th>Reached</th><th>Why</th></tr></thead><tbody>\n";
+    for (const FleetCaseResult& r : run.cases) {
+        out += "<tr><td>" + esc(fleet.cases[r.caseIndex].id) + "</td>" + verdictCell(r.verdict, r.reason) +
+               "<td>" + esc(r.amount) + "</td><td>" + esc(r.reason) + "</td></tr>\n";
+    }
+    out += "</tbody></table></div>\n<p>" + std::to_string(run.crashLines) + " crash-history line(s)" +
+           (run.crashExamples.empty() ? "." : ", the first " + std::to_string(run.crashExamples.size()) + ":") + "</p>\n";
+    if (!run.crashExamples.empty()) {
+        out += "<pre>";
+        for (const std::string& line : run.crashExamples) out += esc(line) + "\n";
+        out += "</pre>\n";
+    }
+    return out + "<p><a href=\"#runs\">Back to the runs</a></p>\n</section>\n";
+}
+
+}  // namespace
+
+std::string fleetHtml(const FleetSummary& fleet) {
+    const std::string page = kFleetPage;
+    std::string csp = "default-src 'none'; style-src " + sourceHash(page, "<style>", "</style>") +
+                      "; script-src " + sourceHash(page, "<script>", "</script>") +
+                      "; base-uri 'none'; form-action 'none'";
+    size_t failed = 0;
+    for (const FleetRun& run : fleet.runs) failed += run.verdict == Verdict::Fail;
+    std::string body = "<header><h1>Ostrel runs: " + std::to_string(fleet.runs.size()) + " read, " +
+                       std::to_string(failed) + " failed, " + std::to_string(fleet.bad.size()) +
+                       " not readable " + badge(fleetVerdict(fleet)) +
+                       "</h1>\n<nav><a href=\"#runs\">Runs</a> &#183; <a href=\"#signatures\">Crash signatures</a>"
+                       " &#183; <a href=\"#timeline\">Time line</a> &#183; <a href=\"#details\">Each run</a></nav>"
+                       "</header>\n<main>\n" + matrix(fleet) + signatures(fleet) + timeline(fleet);
+    if (!fleet.bad.empty()) {
+        body += "<h2 id=\"unreadable\">Not readable</h2>\n<ul>\n";
+        for (const BadArchive& b : fleet.bad) body += "<li>" + esc(b.archive) + ": " + esc(b.reason) + "</li>\n";
+        body += "</ul>\n";
+    }
+    body += "<h2 id=\"details\">Each run</h2>\n";
+    for (size_t i = 0; i < fleet.runs.size(); i++) body += runSection(fleet, i);
+    body += "</main>";
+    std::string out = page;
+    out.replace(out.find("@CSP@"), 5, csp);
+    out.replace(out.find("@BODY@"), 6, body);
+    return out;
+}
+
+}  // namespace ostrel_report
