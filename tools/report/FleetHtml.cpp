@@ -50,28 +50,22 @@ int64_t utcSeconds(const std::string& text) {
     return end != nullptr && *end == '\0' ? static_cast<int64_t>(timegm(&tm)) : -1;
 }
 
-std::string runLabel(const FleetSummary& fleet, size_t i) {
-    const FleetRun& run = fleet.runs[i];
-    return "QAV" + run.stamp + (run.device.empty() ? "" : " on " + run.device);
-}
-
 std::string matrix(const FleetSummary& fleet) {
     std::string out = "<h2 id=\"runs\">Runs and verdicts</h2>\n<div class=\"controls\">"
                       "<label>Filter runs <input id=\"filter\" type=\"search\"></label>"
                       "<label><input id=\"failing\" type=\"checkbox\"> failed runs only</label>"
                       "<span id=\"shown\" aria-live=\"polite\"></span></div>\n"
-                      "<p class=\"legend\"><span>P pass</span><span>F fail</span><span>E error</span>"
-                      "<span>? unknown (rounds not counted)</span><span>- not in that run</span></p>\n"
+                      "<p class=\"legend\"><span>P pass</span> <span>F fail</span> <span>E error</span>"
+                      "<span>? unknown (rounds not counted)</span> <span>- not in that run</span></p>\n"
                       "<div class=\"scroll\"><table id=\"matrix\">\n<thead><tr><th>Run</th><th>Verdict</th>"
-                      "<th>Device</th><th>Configuration</th>";
+                      "<th>Device</th>";
     for (const FleetCase& c : fleet.cases) out += "<th>" + esc(c.id) + "</th>";
     out += "<th>crash history</th></tr></thead>\n<tbody>\n";
     for (size_t i = 0; i < fleet.runs.size(); i++) {
         const FleetRun& run = fleet.runs[i];
         out += "<tr data-run=\"" + std::to_string(i + 1) + "\" data-verdict=\"" + verdictName(run.verdict) +
                "\"><th><a href=\"#run-" + std::to_string(i + 1) + "\">" + esc("QAV" + run.stamp) +
-               "</a></th><td>" + badge(run.verdict) + "</td><td>" + esc(run.device) + "</td><td>" +
-               esc(run.configuration) + "</td>";
+               "</a></th><td>" + badge(run.verdict) + "</td><td>" + esc(run.device) + "</td>";
         std::vector<const FleetCaseResult*> byCase(fleet.cases.size(), nullptr);
         for (const FleetCaseResult& r : run.cases) byCase[r.caseIndex] = &r;
         for (const FleetCaseResult* r : byCase) {
@@ -108,7 +102,8 @@ std::string signatures(const FleetSummary& fleet) {
     return out;
 }
 
-// Each run as a bar from its start to its end, coloured by how it ended.
+// Each run as a bar from its start to its end on a common time axis, coloured by
+// how it ended, beside its duration and end cause in words.
 std::string timeline(const FleetSummary& fleet) {
     std::string out = "<h2 id=\"timeline\">Durations and end causes</h2>\n";
     int64_t first = -1, last = -1;
@@ -120,26 +115,29 @@ std::string timeline(const FleetSummary& fleet) {
     }
     if (first < 0) return out + "<p>No run record tells a start time.</p>\n";
     double span = std::max<double>(static_cast<double>(last - first), 1.0);
-    int height = static_cast<int>(fleet.runs.size()) * 14 + 4;
-    out += "<p class=\"legend\"><span>green: the executor ended by itself</span><span>grey: aborted</span>"
-           "<span>blue: finished by a client</span><span>purple: the executor ended in error</span></p>\n"
-           "<svg class=\"timeline\" viewBox=\"0 0 1000 " + std::to_string(height) + "\" role=\"img\" "
-           "aria-label=\"runs on a time line\">\n";
+    out += "<p class=\"legend\"><span>green: the executor ended by itself</span> <span>grey: aborted</span> "
+           "<span>blue: finished by a client</span> <span>purple: the executor ended in error</span></p>\n"
+           "<div class=\"scroll\"><table class=\"timeline\"><thead><tr><th>Run</th><th>Duration</th>"
+           "<th>End</th><th>From the first start to the last end</th></tr></thead><tbody>\n";
     for (size_t i = 0; i < fleet.runs.size(); i++) {
         const FleetRun& run = fleet.runs[i];
         int64_t s = utcSeconds(run.start);
-        if (s < 0) continue;
-        char geometry[96];
-        double x = 700.0 * static_cast<double>(s - first) / span;
-        double w = std::max(2.0, 700.0 * static_cast<double>(std::max<int64_t>(run.duration, 0)) / span);
-        snprintf(geometry, sizeof(geometry), "x=\"%.1f\" y=\"%zu\" width=\"%.1f\" height=\"10\"", x, i * 14 + 2, w);
         std::string cause = !run.error.empty() ? "error" : run.endCause.empty() ? "none" : run.endCause;
-        out += "<rect class=\"t-" + esc(cause) + "\" " + geometry + "><title>" + esc(runLabel(fleet, i)) +
-               ": " + std::to_string(run.duration) + " s, " + esc(cause) + "</title></rect>"
-               "<text x=\"" + std::to_string(static_cast<int>(x + w) + 4) + "\" y=\"" +
-               std::to_string(i * 14 + 11) + "\">" + esc("QAV" + run.stamp) + "</text>\n";
+        std::string bar;
+        if (s >= 0) {
+            char geometry[64];
+            double x = 1000.0 * static_cast<double>(s - first) / span;
+            double w = std::max(4.0, 1000.0 * static_cast<double>(std::max<int64_t>(run.duration, 0)) / span);
+            snprintf(geometry, sizeof(geometry), "x=\"%.1f\" width=\"%.1f\"", x, w);
+            bar = "<svg class=\"bar\" viewBox=\"0 0 1000 10\" preserveAspectRatio=\"none\" aria-hidden=\"true\">"
+                  "<rect class=\"t-" + esc(cause) + "\" " + geometry + " height=\"10\"/></svg>";
+        }
+        out += "<tr><th><a href=\"#run-" + std::to_string(i + 1) + "\">" + esc("QAV" + run.stamp) + "</a></th><td>" +
+               (run.duration >= 0 ? std::to_string(run.duration) + " s" : "unknown") + "</td><td>" +
+               esc(run.error.empty() ? run.endCause : "error: " + run.error) + "</td><td class=\"axis\">" + bar +
+               "</td></tr>\n";
     }
-    return out + "</svg>\n";
+    return out + "</tbody></table></div>\n";
 }
 
 std::string runSection(const FleetSummary& fleet, size_t i) {
