@@ -46,7 +46,7 @@ cp QAVpass.zip QAVrecordfifo.zip && mkfifo QAVrecordfifo.run.json
 
 # Sanitizers' shadow memory counts in the peak: the bound holds for the default build.
 rss_bound=$((64 << 10))
-if readelf -s "$OSTRELCTL" | grep -qE '__(asan|tsan)_init'; then rss_bound=$((4 << 20)); fi
+if readelf -s "$OSTRELCTL" | grep -E '__(asan|tsan)_init' >/dev/null; then rss_bound=$((4 << 20)); fi
 mkdir -p /tmp/measure
 # measure ARG...: ostrelctl report ARG..., its output in /tmp/measure/{out,err}; prints
 # the exit status, the peak resident size in KiB and the seconds taken.
