@@ -102,12 +102,13 @@ def job(android):
         reboot = {"command": {"name": "hard_reset", "timeout": {"minutes": 1}}}
         head = {"device_type": "ssh", "job_name": "ostrel run in the device sandbox, a boot test of 3 boots",
                 "priority": "medium", "visibility": "public",
-                "timeouts": {"job": {"minutes": 10}, "action": {"minutes": 3}, "connection": {"minutes": 1}},
+                "timeouts": {"job": {"minutes": 3}, "action": {"minutes": 1}, "connection": {"minutes": 1}},
                 "metadata": {"ostrel.plan": "a greeting of 3 rounds, boot test of 3 boots"}}
-        actions = [{"deploy": {"to": "ssh", "os": "debian", "timeout": {"minutes": 2}}},
+        # A run takes about 16 s: a step that hangs fails the job in a minute or two.
+        actions = [{"deploy": {"to": "ssh", "os": "debian", "timeout": {"minutes": 1}}},
                    {"boot": {"method": "ssh", "connection": "ssh", "prompts": ["ostrel-device# "],
-                             "timeout": {"minutes": 2}}}]
-        minutes = (3, 3, 5)
+                             "timeout": {"minutes": 1}}}]
+        minutes = (1, 1, 1)
     actions.append(test(minutes[0], ready + ["ostrel-start"], parameters, android))
     for boot in range(3):
         actions.append(reboot)

@@ -29,8 +29,8 @@ PY
 }
 stamp='QAV[0-9]{8}_[0-9]{6}$'
 
-status=0
-lava_run() { "$OSTREL_SOURCE_DIR/lava/run-host-job" "$1" > "$2" 2>&1 || status=$?; }
+
+lava_run() { status=0; "$OSTREL_SOURCE_DIR/lava/run-host-job" "$1" > "$2" 2>&1 || status=$?; }
 start=$SECONDS
 lava_run "$job" "$work/pass.log"
 check "lava-run runs the host job: every step and test case passes, the report's with its measurement and unit" "0
