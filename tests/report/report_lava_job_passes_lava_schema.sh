@@ -1,10 +1,11 @@
 # The LAVA job template against LAVA's own job schema (lava-common), strictly (a
 # copy with a wrong key deep in a test definition must fail it); every inline
-# definition's steps must be valid shell.
+# definition's steps must be valid shell; the job is what lava/make-jobs.py makes of
+# lava/definitions/, the same definitions as the host job that CI runs.
 set -euo pipefail
 job=${1:?usage: $0 JOB.yaml}
 /usr/bin/python3 - "$job" <<'PY'
-import copy, subprocess, sys
+import copy, os, subprocess, sys
 import yaml
 from lava_common.schemas import validate
 from voluptuous import Invalid
@@ -32,7 +33,16 @@ for d in definitions:
     syntax = subprocess.run(["bash", "-n"], input="\n".join(d["repository"]["run"]["steps"]),
                             text=True, capture_output=True)
     check("the steps of %s are valid shell" % d["name"], syntax.returncode == 0 and not syntax.stderr)
-check("the last definition reports with ostrelctl report --format lava",
-      any("ostrelctl report --format lava" in s for s in definitions[-1]["repository"]["run"]["steps"]))
+check("the last definition reports with ostrelctl report --format lava --exec",
+      any("ostrelctl report --format lava --exec" in s for s in definitions[-1]["repository"]["run"]["steps"]))
+plan = next(d for d in definitions if d["name"] == "ostrel-start")["repository"]["params"]["OSTREL_PLAN"]
+checked = subprocess.run([os.environ["OSTREL_BUILD_DIR"] + "/tools/ostrelctl", "check-plan", "-"], input=plan,
+                         text=True, capture_output=True)
+print(checked.stdout + checked.stderr, end="")
+check("the job's plan has no problem for ostrelctl check-plan", checked.returncode == 0)
+made = subprocess.run([sys.executable, os.path.join(os.path.dirname(sys.argv[1]), "make-jobs.py"), "--check"],
+                      text=True, capture_output=True)
+print(made.stdout + made.stderr, end="")
+check("both jobs are what lava/make-jobs.py makes of lava/definitions/", made.returncode == 0)
 sys.exit("%d check(s) failed" % len(failures) if failures else 0)
 PY

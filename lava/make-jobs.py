@@ -1,0 +1,154 @@
+#!/usr/bin/env python3
+"""Writes the two LAVA jobs from the test definitions in lava/definitions/:
+
+  ostrel-job.yaml       an Android device (the template a lab fills in)
+  ostrel-host-job.yaml  this project's device sandbox reached over ssh (lava/run-host-job)
+
+Both run the same definitions, inline, so that each job is one file to submit and
+the Android job cannot drift from the one that CI runs. A definition reaches the
+device only through $OSTREL_DUT; the jobs differ in it, in the plan and in how
+LAVA boots the device again. With --check, compares instead of writing (exit 1
+when a committed job differs from what this makes)."""
+import pathlib
+import sys
+
+import yaml
+
+HERE = pathlib.Path(__file__).resolve().parent
+
+ANDROID_HEADER = """\
+# LAVA job template: one Ostrel run on an Android device that already has the
+# service and ostrelctl in its build. Made by lava/make-jobs.py from
+# lava/definitions/ (edit those and run it again); lava/ostrel-host-job.yaml runs
+# the same definitions in CI.
+#
+# The test shell runs in a docker container on the worker and reaches the device
+# with adb (OSTREL_DUT is "adb shell -T"), so it outlives every reboot. LAVA powers
+# the device on, ostrel-start stores the plan (a CPU load test and a boot test of
+# 3 boots) and starts the run; LAVA then boots the device again three times, and
+# after each boot ostrel-boot sends boot-completed, which counts one boot. Then
+# ostrel-result waits for the end of the run, fetches the result, copies the
+# archive and the files beside it to the worker and reports every test case there
+# with `ostrelctl report --format lava --exec`: what the device wrote is read as
+# data on the worker and reaches lava-test-case only as arguments.
+#
+# Fill in device_type, the docker image (any image with adb and the host build of
+# ostrelctl, e.g. one built from debian:bookworm with the adb package and
+# `cmake --install` of this project) and the plan.
+"""
+
+HOST_HEADER = """\
+# LAVA job for this project's device sandbox, run by lava/run-host-job (and CI):
+# device type ssh, the test shell in the sandbox over ssh, the same definitions as
+# lava/ostrel-job.yaml. A reboot is the device's hard_reset command (the service
+# stopped and started again on the same /data). Made by lava/make-jobs.py.
+"""
+
+def plan(*testcases):
+    """A plan document, one test case a line: (name, command, size, boot test)."""
+    lines = ['{"name": "%s", "select": true, "command": "%s", "testcase_value": %d, "isRound": true, '
+             '"isBootTest": %s, "testcase_current_time": 0, "testcase_target_time": 0, '
+             '"testcase_current_round": 0, "testcase_target_round": 0}' % (n, c, v, str(b).lower())
+             for n, c, v, b in testcases]
+    return ('{"not_set": false, "current_state": 1, "run_start": false, "run_finished": false,\n'
+            ' "testcases": [\n  ' + ",\n  ".join(lines) + "]}\n")
+
+
+ANDROID_PLAN = plan(("cpu-load", "stress 60", 3, False), ("reboots", "sleep 600", 3, True))
+# The executor says hello, then sleeps until the next reboot; after the third boot
+# nothing is left of the boot test and it ends by itself.
+HOST_PLAN = plan(("greeting", "say hello", 3, False), ("reboots", "sleep 600", 3, True))
+
+
+def definition(name, parameters, boot):
+    """One definition of a test action; LAVA wants a name of its own for each use."""
+    text = yaml.safe_load((HERE / "definitions" / (name + ".yaml")).read_text())
+    steps = text["run"]["steps"]
+    if not all(isinstance(step, str) for step in steps):
+        sys.exit("lava/definitions/%s.yaml: a step that is not a string (a ': ' outside a block scalar?)" % name)
+    # LAVA's schema takes no job parameters for an inline definition: the job's
+    # values become the definition's own.
+    if "params" in text:
+        text["params"] = {k: parameters[k] for k in text["params"]}
+    if name in ("ostrel-boot", "adb-ready"):
+        name = "%s-%d" % (name, boot)
+    return {"from": "inline", "name": name, "path": "inline/%s.yaml" % name, "repository": text}
+
+
+def test(minutes, names, parameters, docker, boot=0):
+    action = {"timeout": {"minutes": minutes}}
+    if docker:
+        action["docker"] = {"image": "adb-fastboot", "local": True}
+    action["definitions"] = [definition(n, parameters, boot) for n in names]
+    return {"test": action}
+
+
+def job(android):
+    if android:
+        parameters = {"OSTREL_DUT": "adb shell -T", "OSTREL_PLAN": ANDROID_PLAN, "OSTREL_SETTLE": "120",
+                      "OSTREL_INTERVAL": "30"}
+        ready = ["adb-ready"]
+        reboot = {"boot": {"method": "minimal", "reset": True, "timeout": {"minutes": 10}}}
+        head = {"device_type": "CHANGE-ME", "job_name": "ostrel run with a boot test of 3 boots",
+                "priority": "medium", "visibility": "public",
+                "timeouts": {"job": {"hours": 3}, "action": {"minutes": 30}, "connection": {"minutes": 2}},
+                "metadata": {"ostrel.plan": "CPU load of 3 rounds, boot test of 3 boots"}}
+        actions = [reboot]
+        minutes = (15, 10, 60)
+    else:
+        # The test shell runs on the device itself, ostrelctl on its PATH.
+        parameters = {"OSTREL_DUT": "env", "OSTREL_PLAN": HOST_PLAN, "OSTREL_SETTLE": "0", "OSTREL_INTERVAL": "1"}
+        ready = []
+        reboot = {"command": {"name": "hard_reset", "timeout": {"minutes": 1}}}
+        head = {"device_type": "ssh", "job_name": "ostrel run in the device sandbox, a boot test of 3 boots",
+                "priority": "medium", "visibility": "public",
+                "timeouts": {"job": {"minutes": 3}, "action": {"minutes": 1}, "connection": {"minutes": 1}},
+                "metadata": {"ostrel.plan": "a greeting of 3 rounds, boot test of 3 boots"}}
+        # A run takes about 16 s: a step that hangs fails the job in a minute or two.
+        actions = [{"deploy": {"to": "ssh", "os": "debian", "timeout": {"minutes": 1}}},
+                   {"boot": {"method": "ssh", "connection": "ssh", "prompts": ["ostrel-device# "],
+                             "timeout": {"minutes": 1}}}]
+        minutes = (1, 1, 1)
+    actions.append(test(minutes[0], ready + ["ostrel-start"], parameters, android))
+    for boot in range(3):
+        actions.append(reboot)
+        last = boot == 2
+        actions.append(test(minutes[2] if last else minutes[1],
+                            ready + ["ostrel-boot"] + (["ostrel-result"] if last else []), parameters, android,
+                            boot + 1))
+    return dict(head, actions=actions)
+
+
+class Dumper(yaml.SafeDumper):
+    def ignore_aliases(self, data):
+        return True
+
+
+def literal(dumper, text):
+    return dumper.represent_scalar("tag:yaml.org,2002:str", text, style="|" if "\n" in text else None)
+
+
+Dumper.add_representer(str, literal)
+
+
+def text(android):
+    body = yaml.dump(job(android), Dumper=Dumper, sort_keys=False, width=100, allow_unicode=True)
+    return (ANDROID_HEADER if android else HOST_HEADER) + body
+
+
+def main(argv):
+    check = argv[1:] == ["--check"]
+    differs = []
+    for name, android in (("ostrel-job.yaml", True), ("ostrel-host-job.yaml", False)):
+        path = HERE / name
+        if not check:
+            path.write_text(text(android))
+        elif not path.exists() or path.read_text() != text(android):
+            differs.append(name)
+    for name in differs:
+        print("lava/%s differs from what lava/make-jobs.py makes" % name)
+    return 1 if differs else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))

@@ -1,0 +1,80 @@
+# lava/ostrel-host-job.yaml run by lava-run (lava/run-host-job), judged from LAVA's
+# own results lines: each test case's definition, name, result, measurement and
+# unit, and the job's result. Then the same job with a plan the service refuses:
+# LAVA reports that step's failure, and the job completes (the run then has no
+# test case but the crash history).
+source "$(dirname "$0")/../e2e/lib.sh"
+job=$OSTREL_SOURCE_DIR/lava/ostrel-host-job.yaml
+work=$(mktemp -d "${TMPDIR:-/tmp}/ostrel-lava-test.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+
+# results LOG: one line per test case and per definition's run (LAVA's own
+# rows of a definition, the job), the archive's stamp masked.
+results() {
+    /usr/bin/python3 - "$1" <<'PY'
+import re, sys, yaml
+class Loader(yaml.SafeLoader):
+    pass
+# LAVA tags some values with "!": read them as plain scalars.
+Loader.add_multi_constructor("", lambda loader, tag, node: loader.construct_scalar(node))
+Loader.add_constructor("!", lambda loader, node: loader.construct_scalar(node))
+for line in open(sys.argv[1]):
+    if not line.startswith("{") or '"lvl": "results"' not in line:
+        continue
+    msg = yaml.load(line, Loader=Loader)["msg"]
+    if msg["definition"] == "lava" and not re.match(r"\d+_|job$", msg["case"]):
+        continue
+    print(" ".join(str(msg[k]) for k in ("definition", "case", "result", "measurement", "units", "set") if k in msg))
+PY
+}
+stamp='QAV[0-9]{8}_[0-9]{6}$'
+
+
+lava_run() { status=0; "$OSTREL_SOURCE_DIR/lava/run-host-job" "$1" > "$2" 2>&1 || status=$?; }
+start=$SECONDS
+lava_run "$job" "$work/pass.log"
+check "lava-run runs the host job: every step and test case passes, the report's with its measurement and unit" "0
+0_ostrel-start ostrel-boot-completed pass
+0_ostrel-start ostrel-set-test pass
+0_ostrel-start ostrel-run-start pass
+lava 0_ostrel-start pass
+1_ostrel-boot-1 ostrel-boot-completed pass
+lava 1_ostrel-boot-1 pass
+2_ostrel-boot-2 ostrel-boot-completed pass
+lava 2_ostrel-boot-2 pass
+3_ostrel-boot-3 ostrel-boot-completed pass
+lava 3_ostrel-boot-3 pass
+4_ostrel-result ostrel-get-result pass
+4_ostrel-result greeting pass QAV
+4_ostrel-result reboots pass 3.0 boots QAV
+4_ostrel-result crash_history pass 0.0 lines QAV
+4_ostrel-result ostrel-report pass
+lava 4_ostrel-result pass
+lava job pass" "$status
+$(results "$work/pass.log" | sed -E "s/$stamp/QAV/")"
+[ "$failures" -eq 0 ] || tail -40 "$work/pass.log"
+
+# The same job with a plan of size 0, which set-test refuses.
+/usr/bin/python3 - "$job" "$work/refused.yaml" <<'PY'
+import sys, yaml
+job = yaml.safe_load(open(sys.argv[1]))
+start = job["actions"][2]["test"]["definitions"][0]["repository"]["params"]
+start["OSTREL_PLAN"] = start["OSTREL_PLAN"].replace('"testcase_value": 3', '"testcase_value": 0')
+yaml.safe_dump(job, open(sys.argv[2], "w"))
+PY
+lava_run "$work/refused.yaml" "$work/fail.log"
+check "a plan the service refuses: LAVA reports ostrel-set-test as failed, no test case of the plan; the job completes" "0
+0_ostrel-start ostrel-boot-completed pass
+0_ostrel-start ostrel-set-test fail
+0_ostrel-start ostrel-run-start pass
+1_ostrel-boot-1 ostrel-boot-completed pass
+2_ostrel-boot-2 ostrel-boot-completed pass
+3_ostrel-boot-3 ostrel-boot-completed pass
+4_ostrel-result ostrel-get-result pass
+4_ostrel-result crash_history pass 0.0 lines QAV
+4_ostrel-result ostrel-report pass
+lava job pass" "$status
+$(results "$work/fail.log" | grep -v '^lava [0-9]' | sed -E "s/$stamp/QAV/")"
+[ "$failures" -eq 0 ] || tail -40 "$work/fail.log"
+echo "both jobs in $((SECONDS - start)) s"
+finish
