@@ -30,8 +30,8 @@ def plan_of(cases):
     return json.dumps({"current_state": 3, "testcases": cases})
 
 
-def archive(path, plan, history=b"", log=b"kelbrun: done\n", extra=()):
-    with zipfile.ZipFile(path, "w", zipfile.ZIP_DEFLATED) as z:
+def archive(path, plan, history=b"", log=b"kelbrun: done\n", extra=(), method=zipfile.ZIP_DEFLATED):
+    with zipfile.ZipFile(path, "w", method) as z:
         z.writestr(PLAN, plan)
         z.writestr(HISTORY, history)
         z.writestr(LOG, log)

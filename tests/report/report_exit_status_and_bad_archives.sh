@@ -5,38 +5,26 @@
 source "$(dirname "$0")/../e2e/lib.sh"
 mkdir -p /tmp/archives && cd /tmp/archives
 
-/usr/bin/python3 - <<'PY'
-import json, zipfile
-def case(name, kind="rounds", reached=0, target=0, select=True):
-    unit = "time" if kind == "hours" else "round"
-    tc = {"name": name, "select": select, "command": "say " + name, "testcase_value": 1,
-          "isRound": kind != "hours", "testcase_current_time": 0, "testcase_target_time": 0,
-          "testcase_current_round": 0, "testcase_target_round": 0,
-          "testcase_current_" + unit: reached, "testcase_target_" + unit: target}
-    return dict(tc, isBootTest=True) if kind == "boots" else tc
-def archive(name, cases, history=b"", plan=None, extra=(), method=zipfile.ZIP_DEFLATED):
-    with zipfile.ZipFile(name, "w", method) as z:
-        z.writestr("qav/data/ostreldata.txt", plan or json.dumps({"current_state": 3, "testcases": cases}))
-        z.writestr("qav/data/db_history", history)
-        z.writestr("qav/kelbrun/kelbrun_log.txt", "kelbrun: done\n")
-        for entry in extra:
-            z.writestr(entry, "x")
+/usr/bin/python3 - "$(dirname "$0")" <<'PY'
+import json, sys, zipfile
+sys.path.insert(0, sys.argv[1])
+from hostile_archives import archive, case, plan_of
 reached = [case("boots", "boots", 2, 2), case("hours", "hours", 7210, 7200), case("off", "boots", 0, 5, False)]
-archive("QAVpass.zip", reached)
-archive("QAVunknown.zip", [case("rounds", target=4)])
-archive("QAVshort.zip", [case("hours", "hours", 3590, 3600)])
-archive("QAVinside.zip", reached, history=b"panic 1\n")
-archive("QAVbeside.zip", reached)
+archive("QAVpass.zip", plan_of(reached))
+archive("QAVunknown.zip", plan_of([case("rounds", target=4)]))
+archive("QAVshort.zip", plan_of([case("hours", "hours", 3590, 3600)]))
+archive("QAVinside.zip", plan_of(reached), history=b"panic 1\n")
+archive("QAVbeside.zip", plan_of(reached))
 open("QAVbeside.db_history", "w").write("oops 1\n")
 with zipfile.ZipFile("plain.zip", "w") as z:
     z.writestr("readme.txt", "a zip, not a result")
 good = open("QAVpass.zip", "rb").read()
 open("truncated.zip", "wb").write(good[: len(good) // 2])
-archive("dotdot.zip", reached, extra=["qav/../../etc/evil"])
-archive("absolute.zip", reached, extra=["/etc/evil"])
-archive("notjson.zip", [], plan="{\"testcases\": [")
-archive("huge.zip", [], plan=" " * (17 << 20))
-archive("crc.zip", [], plan=json.dumps({"testcases": [case("x", target=1)]}), method=zipfile.ZIP_STORED)
+archive("dotdot.zip", plan_of(reached), extra=[("qav/../../etc/evil", "x")])
+archive("absolute.zip", plan_of(reached), extra=[("/etc/evil", "x")])
+archive("notjson.zip", "{\"testcases\": [")
+archive("huge.zip", " " * (17 << 20))
+archive("crc.zip", json.dumps({"testcases": [case("x", target=1)]}), method=zipfile.ZIP_STORED)
 damaged = open("crc.zip", "rb").read().replace(b'"select": true', b'"select": TRUE')
 open("crc.zip", "wb").write(damaged)
 PY
