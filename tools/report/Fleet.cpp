@@ -118,6 +118,7 @@ void addRun(FleetSummary* fleet, const RunReport& report) {
     if (!kernel.empty()) run.build += (run.build.empty() ? "" : ", ") + kernel;
     run.configuration = facts.configuration;
     run.start = facts.start;
+    run.startSeconds = facts.startSeconds;
     run.endCause = facts.endCause;
     run.error = facts.error;
     run.duration = facts.duration;

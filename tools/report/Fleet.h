@@ -31,7 +31,7 @@ struct FleetRun {
     std::string archive, stamp;
     std::string device, build, configuration;  // "" when the record does not tell
     std::string start, endCause, error;
-    int64_t duration = -1;
+    int64_t startSeconds = -1, duration = -1;
     Verdict verdict = Verdict::Pass;
     uint64_t counts[4] = {};  // by verdict, the crash history included
     uint64_t crashLines = 0;
@@ -92,8 +92,5 @@ std::string junitSuite(const RunReport& report);
 std::string junitBadArchive(const BadArchive& bad);
 std::string junitHead();
 std::string junitTail();
-
-// Escapes |text| for HTML and XML text and attributes (after cleaning it).
-std::string xmlEscape(const std::string& text, bool attribute);
 
 }  // namespace ostrel_report

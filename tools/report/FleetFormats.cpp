@@ -35,11 +35,6 @@ std::string joined(const std::set<std::string>& items) {
     return out;
 }
 
-void writeString(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w, const std::string& text) {
-    std::string clean = cleanText(text);
-    w.String(clean.data(), static_cast<rapidjson::SizeType>(clean.size()));
-}
-
 void writeCounts(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w, const uint64_t counts[4]) {
     w.StartObject();
     for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Error, Verdict::Unknown}) {
@@ -118,15 +113,15 @@ std::string fleetJson(const FleetSummary& fleet) {
     w.StartArray();
     for (const FleetRun& run : fleet.runs) {
         w.StartObject();
-        w.Key("archive"); writeString(w, run.archive);
-        w.Key("stamp"); writeString(w, run.stamp);
-        w.Key("device"); writeString(w, run.device);
-        w.Key("build"); writeString(w, run.build);
-        w.Key("configuration"); writeString(w, run.configuration);
-        w.Key("start"); writeString(w, run.start);
+        w.Key("archive"); writeClean(w, run.archive);
+        w.Key("stamp"); writeClean(w, run.stamp);
+        w.Key("device"); writeClean(w, run.device);
+        w.Key("build"); writeClean(w, run.build);
+        w.Key("configuration"); writeClean(w, run.configuration);
+        w.Key("start"); writeClean(w, run.start);
         w.Key("duration"); run.duration >= 0 ? w.Int64(run.duration) : w.Null();
-        w.Key("end_cause"); writeString(w, run.endCause);
-        w.Key("error"); writeString(w, run.error);
+        w.Key("end_cause"); writeClean(w, run.endCause);
+        w.Key("error"); writeClean(w, run.error);
         w.Key("verdict"); w.String(verdictName(run.verdict));
         w.Key("counts"); writeCounts(w, run.counts);
         w.Key("crash_lines"); w.Uint64(run.crashLines);
@@ -137,12 +132,12 @@ std::string fleetJson(const FleetSummary& fleet) {
     w.StartArray();
     for (const FleetCase& c : fleet.cases) {
         w.StartObject();
-        w.Key("id"); writeString(w, c.id);
+        w.Key("id"); writeClean(w, c.id);
         w.Key("kind"); w.String(kindName(c.kind));
         w.Key("counts"); writeCounts(w, c.counts);
         w.Key("failed_runs");
         w.StartArray();
-        for (size_t r : c.failedRuns) writeString(w, fleet.runs[r].stamp);
+        for (size_t r : c.failedRuns) writeClean(w, fleet.runs[r].stamp);
         w.EndArray();
         w.EndObject();
     }
@@ -151,17 +146,17 @@ std::string fleetJson(const FleetSummary& fleet) {
     w.StartArray();
     for (const CrashSignature* s : signaturesByCount(fleet)) {
         w.StartObject();
-        w.Key("signature"); writeString(w, s->signature);
+        w.Key("signature"); writeClean(w, s->signature);
         w.Key("count"); w.Uint64(s->count);
         w.Key("devices");
         w.StartArray();
-        for (const std::string& d : s->devices) writeString(w, d);
+        for (const std::string& d : s->devices) writeClean(w, d);
         w.EndArray();
         w.Key("configurations");
         w.StartArray();
-        for (const std::string& c : s->configurations) writeString(w, c);
+        for (const std::string& c : s->configurations) writeClean(w, c);
         w.EndArray();
-        w.Key("example"); writeString(w, s->example);
+        w.Key("example"); writeClean(w, s->example);
         w.EndObject();
     }
     w.EndArray();
@@ -171,8 +166,8 @@ std::string fleetJson(const FleetSummary& fleet) {
     w.StartArray();
     for (const BadArchive& b : fleet.bad) {
         w.StartObject();
-        w.Key("archive"); writeString(w, b.archive);
-        w.Key("reason"); writeString(w, b.reason);
+        w.Key("archive"); writeClean(w, b.archive);
+        w.Key("reason"); writeClean(w, b.reason);
         w.EndObject();
     }
     w.EndArray();

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 
 #include "Fleet.h"
 #include "FleetPage.h"
@@ -41,13 +40,6 @@ std::string verdictCell(Verdict v, const std::string& title) {
 
 std::string badge(Verdict v) {
     return "<span class=\"badge v-" + std::string(verdictName(v)) + "\">" + verdictName(v) + "</span>";
-}
-
-// 2026-11-24T05:31:00Z as seconds since the epoch, -1 for anything else.
-int64_t utcSeconds(const std::string& text) {
-    struct tm tm = {};
-    const char* end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &tm);
-    return end != nullptr && *end == '\0' ? static_cast<int64_t>(timegm(&tm)) : -1;
 }
 
 std::string matrix(const FleetSummary& fleet) {
@@ -108,7 +100,7 @@ std::string timeline(const FleetSummary& fleet) {
     std::string out = "<h2 id=\"timeline\">Durations and end causes</h2>\n";
     int64_t first = -1, last = -1;
     for (const FleetRun& run : fleet.runs) {
-        int64_t s = utcSeconds(run.start);
+        int64_t s = run.startSeconds;
         if (s < 0) continue;
         first = first < 0 ? s : std::min(first, s);
         last = std::max(last, s + std::max<int64_t>(run.duration, 0));
@@ -121,7 +113,7 @@ std::string timeline(const FleetSummary& fleet) {
            "<th>End</th><th>From the first start to the last end</th></tr></thead><tbody>\n";
     for (size_t i = 0; i < fleet.runs.size(); i++) {
         const FleetRun& run = fleet.runs[i];
-        int64_t s = utcSeconds(run.start);
+        int64_t s = run.startSeconds;
         std::string cause = !run.error.empty() ? "error" : run.endCause.empty() ? "none" : run.endCause;
         std::string bar;
         if (s >= 0) {

@@ -144,14 +144,17 @@ bool extractEntry(ZipArchiveHandle handle, const char* name, uint64_t cap, std::
     return true;
 }
 
+// The plan entry's text; an archive without one is not a result.
+bool extractPlan(ZipArchiveHandle handle, std::string* text, std::string* error) {
+    bool found = false;
+    if (extractEntry(handle, kPlanEntry, kMaxPlanBytes, text, &found, error)) return true;
+    if (!found) *error = std::string("no plan in it (no ") + kPlanEntry + "): not a result of Ostrel";
+    return false;
+}
+
 bool readPlan(ZipArchiveHandle handle, RunReport* report, std::string* error) {
     std::string text;
-    bool found = false;
-    if (!extractEntry(handle, kPlanEntry, kMaxPlanBytes, &text, &found, error)) {
-        if (!found) *error = std::string("no plan in it (no ") + kPlanEntry + "): not a result of Ostrel";
-        return false;
-    }
-    return readPlanText(text, kPlanEntry, report, error);
+    return extractPlan(handle, &text, error) && readPlanText(text, kPlanEntry, report, error);
 }
 
 // Lines as they stream in: the first kShownLines kept (each cut to kShownBytes),
@@ -354,11 +357,7 @@ bool readRunReport(const std::string& archivePath, RunReport* report, std::strin
 
 bool readArchivedPlan(const std::string& archivePath, std::string* text, std::string* error) {
     Archive archive;
-    bool found = false;
-    if (!openArchive(archivePath, &archive, error)) return false;
-    if (extractEntry(archive.get(), kPlanEntry, kMaxPlanBytes, text, &found, error)) return true;
-    if (!found) *error = std::string("no plan in it (no ") + kPlanEntry + "): not a result of Ostrel";
-    return false;
+    return openArchive(archivePath, &archive, error) && extractPlan(archive.get(), text, error);
 }
 
 Verdict historyVerdict(const RunReport& report) {

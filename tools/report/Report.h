@@ -48,6 +48,7 @@ struct CaseReport {
 struct RunFacts {
     bool present = false;
     std::string start, end, endCause;  // times in UTC; cause "executor", "runFinished", "runAbort"
+    int64_t startSeconds = -1;         // the start since the epoch, -1 when unknown
     int64_t duration = -1;             // seconds from start to end, -1 when unknown
     std::string planDigest;
     std::string configuration;  // the tool's words as applied last and its exit status, "" for none
@@ -121,6 +122,14 @@ std::vector<std::vector<std::string>> lavaCalls(const RunReport& report);
 // DEL, a broken sequence and U+FFFE/U+FFFF become U+FFFD; '\n' is kept only when
 // |keepLineEnds|. What is left is safe for a terminal, JSON and XML 1.0.
 std::string cleanText(const std::string& text, bool keepLineEnds = false);
+// Escapes |text| for HTML and XML text and attributes (after cleaning it).
+std::string xmlEscape(const std::string& text, bool attribute);
+// Writes |text|, cleaned, as a JSON string.
+template <typename Writer>
+void writeClean(Writer& w, const std::string& text) {
+    std::string clean = cleanText(text);
+    w.String(clean.data(), static_cast<rapidjson::SizeType>(clean.size()));
+}
 // |text| cut to at most kShownBytes on a character boundary, with how many bytes
 // were left out.
 std::string shownText(const std::string& text);

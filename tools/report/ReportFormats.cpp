@@ -121,15 +121,10 @@ std::string runLine(const RunReport& report) {
     return out + "\n";
 }
 
-void writeString(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w, const std::string& text) {
-    std::string clean = cleanText(text);
-    w.String(clean.data(), static_cast<rapidjson::SizeType>(clean.size()));
-}
-
 void writeLines(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w,
                 const std::vector<std::string>& lines) {
     w.StartArray();
-    for (const auto& line : lines) writeString(w, line);
+    for (const auto& line : lines) writeClean(w, line);
     w.EndArray();
 }
 
@@ -199,8 +194,8 @@ std::string reportJson(const RunReport& report) {
     rapidjson::PrettyWriter<rapidjson::StringBuffer> w(buffer);
     w.SetIndent(' ', 2);
     w.StartObject();
-    w.Key("archive"); writeString(w, report.archive);
-    w.Key("stamp"); writeString(w, report.stamp);
+    w.Key("archive"); writeClean(w, report.archive);
+    w.Key("stamp"); writeClean(w, report.stamp);
     w.Key("verdict"); w.String(verdictName(overallVerdict(report)));
     w.Key("counts");
     w.StartObject();
@@ -212,16 +207,16 @@ std::string reportJson(const RunReport& report) {
     w.StartArray();
     for (const auto& c : report.cases) {
         w.StartObject();
-        w.Key("name"); writeString(w, c.name);
-        w.Key("id"); writeString(w, c.id);
-        w.Key("command"); writeString(w, c.command);
+        w.Key("name"); writeClean(w, c.name);
+        w.Key("id"); writeClean(w, c.id);
+        w.Key("command"); writeClean(w, c.command);
         w.Key("kind"); w.String(kindName(c.kind));
         w.Key("unit"); w.String(unitName(c.kind));
         w.Key("target"); w.Int64(c.target);
         w.Key("reached"); c.counted ? w.Int64(c.reached) : w.Null();
         w.Key("asked"); c.counted ? w.Null() : w.Int64(c.asked);
         w.Key("verdict"); w.String(verdictName(c.verdict));
-        w.Key("reason"); writeString(w, c.reason);
+        w.Key("reason"); writeClean(w, c.reason);
         w.EndObject();
     }
     w.EndArray();
@@ -234,7 +229,7 @@ std::string reportJson(const RunReport& report) {
     w.EndObject();
     w.Key("crash_history");
     w.StartObject();
-    w.Key("source"); writeString(w, report.historySource);
+    w.Key("source"); writeClean(w, report.historySource);
     w.Key("count"); w.Uint64(report.crashLineCount);
     w.Key("lines"); writeLines(w, report.crashLines);
     w.Key("lines_left_out"); w.Uint64(linesLeftOut(report));
@@ -250,13 +245,13 @@ std::string reportJson(const RunReport& report) {
     w.Key("run");
     w.StartObject();
     w.Key("record"); w.Bool(run.present);
-    w.Key("start"); writeString(w, run.start);
-    w.Key("end"); writeString(w, run.end);
+    w.Key("start"); writeClean(w, run.start);
+    w.Key("end"); writeClean(w, run.end);
     w.Key("duration"); run.duration >= 0 ? w.Int64(run.duration) : w.Null();
-    w.Key("end_cause"); writeString(w, run.endCause);
-    w.Key("error"); writeString(w, run.error);
-    w.Key("plan_sha256"); writeString(w, run.planDigest);
-    w.Key("configuration"); writeString(w, run.configuration);
+    w.Key("end_cause"); writeClean(w, run.endCause);
+    w.Key("error"); writeClean(w, run.error);
+    w.Key("plan_sha256"); writeClean(w, run.planDigest);
+    w.Key("configuration"); writeClean(w, run.configuration);
     w.Key("executor_starts"); w.Uint64(run.executorStarts);
     w.Key("executor_ends"); writeLines(w, run.executorEnds);
     w.Key("boot_count"); w.Uint64(run.bootCount);
@@ -264,8 +259,8 @@ std::string reportJson(const RunReport& report) {
     w.Key("device");
     w.StartObject();
     for (const auto& [key, value] : run.device) {
-        writeString(w, key);  // a key is written as a string
-        writeString(w, value);
+        writeClean(w, key);  // a key is written as a string
+        writeClean(w, value);
     }
     w.EndObject();
     w.EndObject();

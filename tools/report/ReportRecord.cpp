@@ -122,6 +122,7 @@ bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string*
     run.end = end ? str(*end, "time") : "";
     run.endCause = end ? str(*end, "cause") : "";
     int64_t from = utcSeconds(run.start), to = utcSeconds(run.end);
+    run.startSeconds = from;
     run.duration = from >= 0 && to >= from ? to - from : -1;
     if (const rapidjson::Value* config = member(doc, "configuration"); config && config->IsObject()) {
         if (const rapidjson::Value* words = member(*config, "words"); words && words->IsArray()) {
