@@ -65,6 +65,9 @@ class OstrelFSM {
     bool setRunningTestcasesTick();
     bool updateRunningTestcasesTick(int seconds, bool bootCompleted);
     bool checkRunningTestcasesTickToTarget();
+    // True when a selected boot test of the live run is short of its target: a
+    // boot now is one the plan asked for.
+    bool bootTestWaiting();
     bool resetRunningTestcasesTick();
 
     // The end of a run in RUNNING: persists the finished flag, terminates the

@@ -84,6 +84,15 @@ bool OstrelFSM::checkRunningTestcasesTickToTarget() {
     return true;
 }
 
+bool OstrelFSM::bootTestWaiting() {
+    int count = liveTestcases(data);
+    for (int i = 0; i < count; i++) {
+        Testcase tc = data.getTestcase(i);
+        if (tc.isSelect && countingOf(tc) == Counting::ByBoots && tc.currentRound < tc.targetRound) return true;
+    }
+    return false;
+}
+
 // Applies only to a run that has finished, and covers every test case.
 bool OstrelFSM::resetRunningTestcasesTick() {
     if (!data.getRunStart() || !data.getRunFinished()) return true;

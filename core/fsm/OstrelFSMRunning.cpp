@@ -30,8 +30,9 @@ bool OstrelFSM::running(PlannerEvent event, char*, char*, int value, long buf_fp
             // A run restored after a reboot or a restart has no executor yet.
             if (executorProcessId.load() >= 1) return true;
             if (live()) {
+                bool planned = bootTestWaiting();
                 updateRunningTestcasesTick(0, true);
-                record.bootCounted();
+                record.bootCounted(planned);
                 sendEvent(RUN_START, nullptr, nullptr, 0, 0);
             } else if (data.getRunStart() && data.getRunFinished()) {
                 // A restart came between the end's two writes: the run had ended.

@@ -1,5 +1,7 @@
-// A Linux host's identity: /etc/machine-id, the host name, os-release's
+// A Linux host's identity: an id of Ostrel's own derived from the machine id
+// (as systemd-id128 machine-id --app-specific does), the host name, os-release's
 // PRETTY_NAME and the kernel release.
+#include <systemd/sd-id128.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -7,17 +9,11 @@
 #include <string>
 
 #include "DeviceIdentity.h"
+#include "RunRecordSchema.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
 
 namespace {
-
-std::string firstLine(const char* path) {
-    std::ifstream in(path);
-    std::string line;
-    std::getline(in, line);
-    return line;
-}
 
 std::string osName() {
     std::ifstream in("/etc/os-release");
@@ -33,6 +29,19 @@ std::string osName() {
     return "";
 }
 
+// Ostrel's application id: the machine id keyed with it gives an id that tells
+// hosts apart and cannot be turned back into the machine id.
+constexpr sd_id128_t kOstrelAppId =
+        SD_ID128_MAKE(da, 50, 5f, 40, a6, 73, 4f, f4, aa, b3, 40, 39, c5, 50, 2b, e6);
+
+// The app-specific machine id; a kept random id on a host without a machine id.
+std::string deviceId() {
+    sd_id128_t id;
+    char text[SD_ID128_STRING_MAX];
+    if (sd_id128_get_machine_app_specific(kOstrelAppId, &id) == 0) return sd_id128_to_string(id, text);
+    return keptDeviceId(kDeviceIdFile);
+}
+
 }  // namespace
 
 void describeDevice(rapidjson::Value* device, rapidjson::Document::AllocatorType& a) {
@@ -40,11 +49,12 @@ void describeDevice(rapidjson::Value* device, rapidjson::Document::AllocatorType
     gethostname(host, sizeof(host) - 1);
     struct utsname un = {};
     uname(&un);
-    device->AddMember("platform", "linux", a);
-    device->AddMember("machine_id", rapidjson::Value(firstLine("/etc/machine-id").c_str(), a), a);
-    device->AddMember("host_name", rapidjson::Value(host, a), a);
-    device->AddMember("os", rapidjson::Value(osName().c_str(), a), a);
-    device->AddMember("kernel", rapidjson::Value(un.release, a), a);
+    namespace key = runrecord;
+    device->AddMember(rapidjson::StringRef(key::kPlatform), "linux", a);
+    device->AddMember(rapidjson::StringRef(key::kDeviceId), rapidjson::Value(deviceId().c_str(), a), a);
+    device->AddMember(rapidjson::StringRef(key::kHostName), rapidjson::Value(host, a), a);
+    device->AddMember(rapidjson::StringRef(key::kOs), rapidjson::Value(osName().c_str(), a), a);
+    device->AddMember(rapidjson::StringRef(key::kKernel), rapidjson::Value(un.release, a), a);
 }
 
 }  // namespace vendor::brevane::hardware::ostrel::core

@@ -7,6 +7,7 @@
 #include <openssl/sha.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,8 +22,11 @@
 #include "DeviceIdentity.h"
 #include "JsonText.h"
 #include "OstrelLog.h"
+#include "RunRecordSchema.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
+
+namespace key = runrecord;
 
 namespace {
 
@@ -45,26 +49,33 @@ std::string bootId() {
     return id;
 }
 
-std::string utcNow() {
-    time_t now = time(nullptr);
-    struct tm tm;
-    char text[32] = "";
-    if (now != static_cast<time_t>(-1) && gmtime_r(&now, &tm) != nullptr) {
-        strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &tm);
+
+std::string hexOf(const unsigned char* bytes, size_t size) {
+    static const char* kHex = "0123456789abcdef";
+    std::string hex;
+    for (size_t i = 0; i < size; i++) {
+        hex.push_back(kHex[bytes[i] >> 4]);
+        hex.push_back(kHex[bytes[i] & 15]);
     }
-    return text;
+    return hex;
 }
 
 std::string sha256Hex(const std::string& bytes) {
     unsigned char digest[SHA256_DIGEST_LENGTH];
     SHA256(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), digest);
-    static const char* kHex = "0123456789abcdef";
-    std::string hex;
-    for (unsigned char b : digest) {
-        hex.push_back(kHex[b >> 4]);
-        hex.push_back(kHex[b & 15]);
-    }
-    return hex;
+    return hexOf(digest, sizeof(digest));
+}
+
+std::string utcNow() {
+    return key::utcText(time(nullptr));
+}
+
+// 16 random bytes as 32 hex digits: the run's id, the same in every record
+// packed of the run.
+std::string randomRunId() {
+    unsigned char bytes[16] = {};
+    if (getrandom(bytes, sizeof(bytes), 0) != static_cast<ssize_t>(sizeof(bytes))) return "";
+    return hexOf(bytes, sizeof(bytes));
 }
 
 // Async-signal-safe text building for the supervisor: |text| or the decimal
@@ -92,17 +103,6 @@ void sideFilePath(char* out, pid_t pid, const char* suffix) {
     *appendText(p, suffix) = '\0';
 }
 
-const char* signalName(int sig) {
-    switch (sig) {
-        case 1: return "SIGHUP";   case 2: return "SIGINT";   case 3: return "SIGQUIT";
-        case 4: return "SIGILL";   case 5: return "SIGTRAP";  case 6: return "SIGABRT";
-        case 7: return "SIGBUS";   case 8: return "SIGFPE";   case 9: return "SIGKILL";
-        case 10: return "SIGUSR1"; case 11: return "SIGSEGV"; case 12: return "SIGUSR2";
-        case 13: return "SIGPIPE"; case 14: return "SIGALRM"; case 15: return "SIGTERM";
-        default: return "";
-    }
-}
-
 }  // namespace
 
 RunRecord::RunRecord() {
@@ -120,52 +120,53 @@ void RunRecord::runStarted(const std::string& planDefinitions) {
     mkdir(kRunRecordDir, 0770);
     auto& a = doc.GetAllocator();
     doc.SetObject();
-    doc.AddMember("record", 1, a);
+    doc.AddMember(rapidjson::StringRef(key::kRecord), key::kVersion, a);
+    doc.AddMember(rapidjson::StringRef(key::kRunId), rapidjson::Value(randomRunId().c_str(), a), a);
     rapidjson::Value service(rapidjson::kObjectType);
-    service.AddMember("name", "vendor.brevane.hardware.ostrel@2.0-service", a);
-    service.AddMember("version", rapidjson::StringRef(kServiceVersion), a);
-    doc.AddMember("service", service, a);
+    service.AddMember(rapidjson::StringRef(key::kName), "vendor.brevane.hardware.ostrel@2.0-service", a);
+    service.AddMember(rapidjson::StringRef(key::kVersionKey), rapidjson::StringRef(kServiceVersion), a);
+    doc.AddMember(rapidjson::StringRef(key::kService), service, a);
     rapidjson::Value device(rapidjson::kObjectType);
     describeDevice(&device, a);
-    doc.AddMember("device", device, a);
+    doc.AddMember(rapidjson::StringRef(key::kDevice), device, a);
     rapidjson::Value start(rapidjson::kObjectType);
-    start.AddMember("time", rapidjson::Value(utcNow().c_str(), a), a);
-    start.AddMember("boot_id", rapidjson::Value(bootId().c_str(), a), a);
-    start.AddMember("plan_sha256", rapidjson::Value(sha256Hex(planDefinitions).c_str(), a), a);
-    doc.AddMember("start", start, a);
+    start.AddMember(rapidjson::StringRef(key::kTime), rapidjson::Value(utcNow().c_str(), a), a);
+    start.AddMember(rapidjson::StringRef(key::kBootId), rapidjson::Value(bootId().c_str(), a), a);
+    start.AddMember(rapidjson::StringRef(key::kPlanSha256), rapidjson::Value(sha256Hex(planDefinitions).c_str(), a), a);
+    doc.AddMember(rapidjson::StringRef(key::kStart), start, a);
     rapidjson::Document config(&a);
     std::string configText = readSmallFile(kConfigFile);
     bool haveConfig = !configText.empty() && parseJsonText(config, configText.c_str(), configText.size()) &&
                       config.IsObject();
-    doc.AddMember("configuration", haveConfig ? rapidjson::Value(config, a) : rapidjson::Value(), a);
-    doc.AddMember("executors", rapidjson::Value(rapidjson::kArrayType), a);
-    doc.AddMember("boots", rapidjson::Value(rapidjson::kArrayType), a);
-    doc.AddMember("end", rapidjson::Value(), a);
+    doc.AddMember(rapidjson::StringRef(key::kConfiguration), haveConfig ? rapidjson::Value(config, a) : rapidjson::Value(), a);
+    doc.AddMember(rapidjson::StringRef(key::kExecutors), rapidjson::Value(rapidjson::kArrayType), a);
+    doc.AddMember(rapidjson::StringRef(key::kBoots), rapidjson::Value(rapidjson::kArrayType), a);
+    doc.AddMember(rapidjson::StringRef(key::kEnd), rapidjson::Value(), a);
     changed = true;
 }
 
 void RunRecord::executorStarted(pid_t supervisor, const std::vector<std::string>& words) {
-    if (!doc.IsObject() || !doc.HasMember("executors") || !doc["executors"].IsArray()) return;
+    if (!doc.IsObject() || !doc.HasMember(key::kExecutors) || !doc[key::kExecutors].IsArray()) return;
     auto& a = doc.GetAllocator();
     rapidjson::Value entry(rapidjson::kObjectType);
-    entry.AddMember("time", rapidjson::Value(utcNow().c_str(), a), a);
-    entry.AddMember("boot_id", rapidjson::Value(bootId().c_str(), a), a);
-    entry.AddMember("supervisor", static_cast<int>(supervisor), a);
+    entry.AddMember(rapidjson::StringRef(key::kTime), rapidjson::Value(utcNow().c_str(), a), a);
+    entry.AddMember(rapidjson::StringRef(key::kBootId), rapidjson::Value(bootId().c_str(), a), a);
+    entry.AddMember(rapidjson::StringRef(key::kSupervisor), static_cast<int>(supervisor), a);
     rapidjson::Value list(rapidjson::kArrayType);
     for (const std::string& w : words) list.PushBack(rapidjson::Value(w.c_str(), a), a);
-    entry.AddMember("words", list, a);
-    entry.AddMember("end", rapidjson::Value(), a);
-    doc["executors"].PushBack(entry, a);
+    entry.AddMember(rapidjson::StringRef(key::kWords), list, a);
+    entry.AddMember(rapidjson::StringRef(key::kEnd), rapidjson::Value(), a);
+    doc[key::kExecutors].PushBack(entry, a);
     changed = true;
 }
 
 rapidjson::Value* RunRecord::executorOf(pid_t supervisor) {
-    if (!doc.IsObject() || !doc.HasMember("executors") || !doc["executors"].IsArray()) return nullptr;
-    rapidjson::Value& list = doc["executors"];
+    if (!doc.IsObject() || !doc.HasMember(key::kExecutors) || !doc[key::kExecutors].IsArray()) return nullptr;
+    rapidjson::Value& list = doc[key::kExecutors];
     for (rapidjson::SizeType i = list.Size(); i-- > 0;) {
         rapidjson::Value& e = list[i];
-        if (e.IsObject() && e.HasMember("supervisor") && e["supervisor"].IsInt() &&
-            e["supervisor"].GetInt() == supervisor && e.HasMember("end") && e["end"].IsNull()) {
+        if (e.IsObject() && e.HasMember(key::kSupervisor) && e[key::kSupervisor].IsInt() &&
+            e[key::kSupervisor].GetInt() == supervisor && e.HasMember(key::kEnd) && e[key::kEnd].IsNull()) {
             return &e;
         }
     }
@@ -183,15 +184,16 @@ void RunRecord::executorReaped(pid_t supervisor) {
     int status = atoi(text.c_str());
     auto& a = doc.GetAllocator();
     rapidjson::Value end(rapidjson::kObjectType);
-    end.AddMember("time", rapidjson::Value(utcNow().c_str(), a), a);
-    end.AddMember("wait_status", status, a);
+    end.AddMember(rapidjson::StringRef(key::kTime), rapidjson::Value(utcNow().c_str(), a), a);
+    end.AddMember(rapidjson::StringRef(key::kWaitStatus), status, a);
     if (WIFSIGNALED(status)) {
-        end.AddMember("signal", rapidjson::Value(signalName(WTERMSIG(status)), a), a);
-        end.AddMember("signal_number", WTERMSIG(status), a);
+        end.AddMember(rapidjson::StringRef(key::kSignal),
+                      rapidjson::Value(key::signalName(WTERMSIG(status)).c_str(), a), a);
+        end.AddMember(rapidjson::StringRef(key::kSignalNumber), WTERMSIG(status), a);
     } else if (WIFEXITED(status)) {
-        end.AddMember("exit", WEXITSTATUS(status), a);
+        end.AddMember(rapidjson::StringRef(key::kExit), WEXITSTATUS(status), a);
     }
-    (*entry)["end"] = end;
+    (*entry)[key::kEnd] = end;
     changed = true;
 }
 
@@ -210,23 +212,24 @@ void RunRecord::foldSideFiles() {
     if (d) closedir(d);
 }
 
-void RunRecord::bootCounted() {
-    if (!doc.IsObject() || !doc.HasMember("boots") || !doc["boots"].IsArray()) return;
+void RunRecord::bootCounted(bool planned) {
+    if (!doc.IsObject() || !doc.HasMember(key::kBoots) || !doc[key::kBoots].IsArray()) return;
     auto& a = doc.GetAllocator();
     rapidjson::Value boot(rapidjson::kObjectType);
-    boot.AddMember("time", rapidjson::Value(utcNow().c_str(), a), a);
-    boot.AddMember("boot_id", rapidjson::Value(bootId().c_str(), a), a);
-    doc["boots"].PushBack(boot, a);
+    boot.AddMember(rapidjson::StringRef(key::kTime), rapidjson::Value(utcNow().c_str(), a), a);
+    boot.AddMember(rapidjson::StringRef(key::kBootId), rapidjson::Value(bootId().c_str(), a), a);
+    boot.AddMember(rapidjson::StringRef(key::kPlanned), planned, a);
+    doc[key::kBoots].PushBack(boot, a);
     changed = true;
 }
 
 void RunRecord::runEnded(const char* cause) {
-    if (!doc.IsObject() || !doc.HasMember("end") || !doc["end"].IsNull()) return;
+    if (!doc.IsObject() || !doc.HasMember(key::kEnd) || !doc[key::kEnd].IsNull()) return;
     auto& a = doc.GetAllocator();
     rapidjson::Value end(rapidjson::kObjectType);
-    end.AddMember("time", rapidjson::Value(utcNow().c_str(), a), a);
-    end.AddMember("cause", rapidjson::Value(cause, a), a);
-    doc["end"] = end;
+    end.AddMember(rapidjson::StringRef(key::kTime), rapidjson::Value(utcNow().c_str(), a), a);
+    end.AddMember(rapidjson::StringRef(key::kCause), rapidjson::Value(cause, a), a);
+    doc[key::kEnd] = end;
     changed = true;
 }
 
@@ -255,20 +258,20 @@ void RunRecord::configurationApplied(const char* clientList, const std::vector<s
     rapidjson::Document config;
     auto& a = config.GetAllocator();
     config.SetObject();
-    config.AddMember("time", rapidjson::Value(utcNow().c_str(), a), a);
+    config.AddMember(rapidjson::StringRef(key::kTime), rapidjson::Value(utcNow().c_str(), a), a);
     // The client's list as given: JSON when it parses, its text otherwise.
     rapidjson::Document list(&a);
     if (clientList == nullptr) {
-        config.AddMember("list", rapidjson::Value(), a);
+        config.AddMember(rapidjson::StringRef(key::kList), rapidjson::Value(), a);
     } else if (parseJsonText(list, clientList, strlen(clientList))) {
-        config.AddMember("list", rapidjson::Value(list, a), a);
+        config.AddMember(rapidjson::StringRef(key::kList), rapidjson::Value(list, a), a);
     } else {
-        config.AddMember("list", rapidjson::Value(clientList, a), a);
+        config.AddMember(rapidjson::StringRef(key::kList), rapidjson::Value(clientList, a), a);
     }
     rapidjson::Value tool(rapidjson::kArrayType);
     for (const std::string& w : words) tool.PushBack(rapidjson::Value(w.c_str(), a), a);
-    config.AddMember("words", tool, a);
-    config.AddMember("exit_status", exitStatus, a);
+    config.AddMember(rapidjson::StringRef(key::kWords), tool, a);
+    config.AddMember(rapidjson::StringRef(key::kExitStatus), exitStatus, a);
     replaceFile(kConfigTemp, kConfigFile, textOf(config));
 }
 

@@ -33,7 +33,9 @@ class RunRecord {
     void executorStarted(pid_t supervisor, const std::vector<std::string>& words);
     // Folds in the end that |supervisor| wrote to its side file, if any.
     void executorReaped(pid_t supervisor);
-    void bootCounted();
+    // A boot counted in a live run; |planned| when a selected boot test was short
+    // of its target (else the device restarted with no boot test asking for it).
+    void bootCounted(bool planned);
     // |cause|: "executor", "runFinished" or "runAbort".
     void runEnded(const char* cause);
 

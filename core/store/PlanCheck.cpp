@@ -41,7 +41,6 @@ const Key kOptionalCaseKeys[] = {{kName, Type::String, "\"cpu load\""},
                                  {kIsBootTest, Type::Bool, "false"}};
 const Key kOptionalRootKeys[] = {{kNotSet, Type::Bool, "false"}, {kTestcases, Type::String, ""}};
 // 32-bit seconds wrap above this many hours.
-constexpr int kMaxHours = 596523;
 
 std::string lower(std::string s) {
     for (char& c : s) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));

@@ -53,6 +53,9 @@ const char* stringOf(const rapidjson::Value* v);
 // boot tests by completed boots, other round-based ones not at all (the executor
 // runs out its rounds).
 enum class Counting { ByExecutor, ByTime, ByBoots };
+// The largest size in hours whose target in seconds fits the 32-bit counter;
+// above it the target wraps.
+constexpr int kMaxHours = 596523;
 Counting countingOf(const TestcaseRecord& tc);
 // The counter and its target in the counting's unit (rounds, seconds or boots).
 int currentOf(const TestcaseRecord& tc);

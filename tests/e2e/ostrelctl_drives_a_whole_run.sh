@@ -50,8 +50,8 @@ check "install-testers refuses a file over 65536 bytes" \
 
 plan "$(testcase greeting "say hello" 2)" "$(testcase crash "sleep 1 1 crash short e2e-crash" 1)" \
      "$(testcase unselected "say never" 1 round false)" > /tmp/plan.json
-check "set-test from a file; the reply log on request, on standard error; run-start" \
-    "$(printf 'setTest: ok\nostrel: getTest\nostrel: test=%s\nrunStart: ok' "$(cat /tmp/plan.json)")" \
+check "set-test from a file; the reply log on request, on standard error; run-start names what it started" \
+    "$(printf 'setTest: ok\nostrel: getTest\nostrel: test=%s\nstarted 2 test case(s):\n  greeting\n  crash\nrunStart: ok' "$(cat /tmp/plan.json)")" \
     "$(ctl set-test /tmp/plan.json; ctl --log --verbose get-test 2>&1 >/dev/null; ctl run-start)"
 
 # The crash line comes a second after the start, once the monitor watches; the
@@ -74,11 +74,11 @@ check "a second get-result: exit 1, back in PREPARING" "1 PREPARING" "$(status_o
 # The README's plan example, as written: no problem, and the executor stand-in runs its words.
 sed -n '/^The plan document/,/^```$/p' "$OSTREL_SOURCE_DIR/README.md" | sed '1,3d;$d' > /tmp/readme.json
 checked=$(status_of ctl check-plan /tmp/readme.json)
-started=$(ctl set-test /tmp/readme.json >/dev/null; ctl run-start)
+started=$(ctl set-test /tmp/readme.json >/dev/null; ctl run-start | tr '\n' ' ')
 sleep 1
 first=$(head -1 /data/vendor/qav/kelbrun/kelbrun_log.txt | sed -E 's/ [0-9]+, group [0-9]+//')
 check "the README's plan: check-plan finds nothing; stored and started, the executor takes every word" \
-    "0 runStart: ok kelbrun: pid, arguments: stress 2 3 sleep 60 3 no" \
+    "0 started 2 test case(s):   cpu load   reboot runStart: ok  kelbrun: pid, arguments: stress 2 3 sleep 60 3 no" \
     "$checked $started $first $(yes_if grep -q 'unknown word\|missing' /data/vendor/qav/kelbrun/kelbrun_log.txt)"
 ctl run-abort >/dev/null; ctl get-result >/dev/null || true
 

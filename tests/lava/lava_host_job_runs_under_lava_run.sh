@@ -2,7 +2,8 @@
 # own results lines: each test case's definition, name, result, measurement and
 # unit, and the job's result. Then the same job with a plan the service refuses:
 # LAVA reports that step's failure, and the job completes (the run then has no
-# test case but the crash history).
+# selected test case, an error, and its reboots were unplanned); and one whose run
+# ends before the last definition, whose result is still collected.
 source "$(dirname "$0")/../e2e/lib.sh"
 job=$OSTREL_SOURCE_DIR/lava/ostrel-host-job.yaml
 work=$(mktemp -d "${TMPDIR:-/tmp}/ostrel-lava-test.XXXXXX")
@@ -54,14 +55,20 @@ lava job pass" "$status
 $(results "$work/pass.log" | sed -E "s/$stamp/QAV/")"
 [ "$failures" -eq 0 ] || tail -40 "$work/pass.log"
 
-# The same job with a plan of size 0, which set-test refuses.
-/usr/bin/python3 - "$job" "$work/refused.yaml" <<'PY'
-import sys, yaml
+# variant OUT CODE: the host job, with the Python CODE applied to the parameters of
+# its first definition (start: the plan, the settle time), written to OUT.
+variant() {
+    /usr/bin/python3 - "$job" "$1" "$2" <<'PY'
+import json, sys, yaml
 job = yaml.safe_load(open(sys.argv[1]))
 start = job["actions"][2]["test"]["definitions"][0]["repository"]["params"]
-start["OSTREL_PLAN"] = start["OSTREL_PLAN"].replace('"testcase_value": 3', '"testcase_value": 0')
+exec(sys.argv[3])
 yaml.safe_dump(job, open(sys.argv[2], "w"))
 PY
+}
+
+# The same job with a plan of size 0, which set-test refuses.
+variant "$work/refused.yaml" 'start["OSTREL_PLAN"] = start["OSTREL_PLAN"].replace("\"testcase_value\": 3", "\"testcase_value\": 0")'
 lava_run "$work/refused.yaml" "$work/fail.log"
 check "a plan the service refuses: LAVA reports ostrel-set-test as failed, no test case of the plan; the job completes" "0
 0_ostrel-start ostrel-boot-completed pass
@@ -71,10 +78,36 @@ check "a plan the service refuses: LAVA reports ostrel-set-test as failed, no te
 2_ostrel-boot-2 ostrel-boot-completed pass
 3_ostrel-boot-3 ostrel-boot-completed pass
 4_ostrel-result ostrel-get-result pass
+4_ostrel-result nothing_selected fail QAV
+4_ostrel-result unplanned_reboot fail QAV
 4_ostrel-result crash_history pass 0.0 lines QAV
 4_ostrel-result ostrel-report pass
 lava job pass" "$status
 $(results "$work/fail.log" | grep -v '^lava [0-9]' | sed -E "s/$stamp/QAV/")"
 [ "$failures" -eq 0 ] || tail -40 "$work/fail.log"
-echo "both jobs in $((SECONDS - start)) s"
+
+# A run that ends before the last definition: no boot test, and 12 s of settle
+# time after the start (the executor's end is seen at the first tick, within 10 s).
+# The reboots then find the run ended; the last definition still fetches the result.
+variant "$work/early.yaml" '
+plan = json.loads(start["OSTREL_PLAN"])
+plan["testcases"] = [tc for tc in plan["testcases"] if not tc.get("isBootTest")]
+start["OSTREL_PLAN"] = json.dumps(plan)
+start["OSTREL_SETTLE"] = "12"'
+lava_run "$work/early.yaml" "$work/early.log"
+check "a run that ends before the last definition (settle 12 s): the result is collected and reported" "0
+0_ostrel-start ostrel-boot-completed pass
+0_ostrel-start ostrel-set-test pass
+0_ostrel-start ostrel-run-start pass
+1_ostrel-boot-1 ostrel-boot-completed pass
+2_ostrel-boot-2 ostrel-boot-completed pass
+3_ostrel-boot-3 ostrel-boot-completed pass
+4_ostrel-result ostrel-get-result pass
+4_ostrel-result greeting pass QAV
+4_ostrel-result crash_history pass 0.0 lines QAV
+4_ostrel-result ostrel-report pass
+lava job pass" "$status
+$(results "$work/early.log" | grep -v '^lava [0-9]' | sed -E "s/$stamp/QAV/")"
+[ "$failures" -eq 0 ] || tail -40 "$work/early.log"
+echo "three jobs in $((SECONDS - start)) s"
 finish

@@ -92,7 +92,7 @@ def main():
         browser.wait_for("Page.loadEventFired")
         facts = {
             "runs": browser.evaluate("document.querySelectorAll('tr[data-run]').length"),
-            "failed runs": browser.evaluate("document.querySelectorAll('tr[data-verdict=fail]').length"),
+            "failed runs": browser.evaluate("document.querySelectorAll('tr[data-verdict=fail], tr[data-verdict=error], tr[data-verdict=aborted]').length"),
             "signatures": browser.evaluate("document.querySelectorAll('.sig').length"),
             "heading": browser.evaluate("document.querySelector('h1').textContent"),
             "images": browser.evaluate("document.querySelectorAll('img, iframe, object, embed').length"),

@@ -33,6 +33,8 @@ report() {
     echo "exit $s$(cat /tmp/report.err)"
     [ "$1" == junit ] || cat /tmp/report.out
 }
+# The host name a JUnit classname carries, as the report cleans it.
+host=$(hostname | tr -c "A-Za-z0-9\n-" _)
 junit_cases() {  # the suite and each test case as junitparser reads them
     /usr/bin/python3 - /tmp/report.out <<'PY'
 import sys
@@ -54,46 +56,46 @@ run_to_end() {
 
 check "text: exit 1 (an aborted run, a size of 0, a boot test short of its target, crash lines)" "$(cat <<EOF
 exit 1
-Ostrel run $stamp ($archive): fail
+Ostrel run $stamp ($archive)
 run: aborted (runAbort); executor starts 2, boots 1
 VERDICT  KIND      REACHED    TARGET  TEST CASE [COMMAND]
-unknown  rounds          -         2  greeting [say hi] (2 rounds asked of the executor)
-unknown  rounds          -         1  crash lines [sleep 3 1 crash short e2e<short&� 1 crash long e2e-long] (1 round asked of the executor)
-fail     hours      0.00 h    0.00 h  warm-up [say warm]
-fail     boots           1         3  reboots [sleep 60]
+aborted  rounds          -         2  greeting [say hi] (2 rounds asked of the executor)
+aborted  rounds          -         1  crash lines [sleep 3 1 crash short e2e<short&� 1 crash long e2e-long] (1 round asked of the executor)
+error    hours      0.00 h    0.00 h  warm-up [say warm]
+aborted  boots           1         3  reboots [sleep 60]
 fail     lines           2         0  crash history
 
 crash history: 2 line(s) from ${archive%.zip}.db_history
   e2e<short&� 1
   e2e-long 1
-result: fail (0 pass, 3 fail, 0 error, 2 unknown)
+result: error (0 pass, 1 fail, 1 error, 3 aborted, 0 unknown)
 EOF
 )" "$(report text | head -13 | sed -E 's/^run: started [^,]*, (aborted \(runAbort\)) after [0-9]+ s/run: \1/'; tail -1 /tmp/report.out)"
 
 # The log's last line as the report gives it (the plan's control byte as U+FFFD).
 log() { unzip -p "$archive" qav/kelbrun/kelbrun_log.txt; }
 check "json: exit 1; each test case; run, counts, crash history, the executor log's size and last line" \
-    "$(printf '%s\n' "exit 1" '[["greeting","rounds","rounds",2,null,2,"unknown"],["crash lines","rounds","rounds",1,null,1,"unknown"],["warm-up","hours","seconds",0,0,null,"fail"],["reboots","boots","boots",3,1,null,"fail"]]' \
-       "{\"stamp\":\"$stamp\",\"cause\":\"runAbort\",\"verdict\":\"fail\",\"counts\":{\"pass\":0,\"fail\":3,\"error\":0,\"unknown\":2},\"count\":2,\"lines\":[\"e2e<short&� 1\",\"e2e-long 1\"],\"hv\":\"fail\",\"log\":[$(log | wc -c),$(log | tail -1 | sed 's/\x01/\xef\xbf\xbd/g' | jq -Rc .)]}")" \
+    "$(printf '%s\n' "exit 1" '[["greeting","rounds","rounds",2,null,2,"aborted"],["crash lines","rounds","rounds",1,null,1,"aborted"],["warm-up","hours","seconds",0,0,null,"error"],["reboots","boots","boots",3,1,null,"aborted"]]' \
+       "{\"stamp\":\"$stamp\",\"cause\":\"runAbort\",\"verdict\":\"error\",\"counts\":{\"pass\":0,\"fail\":1,\"error\":1,\"aborted\":3,\"unknown\":0},\"count\":2,\"lines\":[\"e2e<short&� 1\",\"e2e-long 1\"],\"hv\":\"fail\",\"log\":[$(log | wc -c),$(log | tail -1 | sed 's/\x01/\xef\xbf\xbd/g' | jq -Rc .)]}")" \
     "$(report json | head -1; jq -c '[.testcases[] | [.name,.kind,.unit,.target,.reached,.asked,.verdict]]' /tmp/report.out
        jq -c '{stamp,cause:.run.end_cause,verdict,counts,count:.crash_history.count,lines:.crash_history.lines,hv:.crash_history.verdict,log:[.executor_log.size,.executor_log.tail[-1]]}' /tmp/report.out)"
 
-check "junit: exit 1, read by junitparser: one suite, classnames by kind, a verdict per test case" "$(cat <<EOF
+check "junit: exit 1, read by junitparser: one suite, classnames by device and kind, a verdict per test case" "$(cat <<EOF
 exit 1
-suite QAV$stamp tests=5 failures=3 errors=0 skipped=2
-greeting ostrel.rounds Skipped
-crash lines ostrel.rounds Skipped
-warm-up ostrel.hours Failure
-reboots ostrel.boots Failure
-crash history ostrel.history Failure
+suite QAV$stamp tests=5 failures=4 errors=1 skipped=0
+greeting ostrel.$host.rounds Failure
+crash lines ostrel.$host.rounds Failure
+warm-up ostrel.$host.hours Error hours
+reboots ostrel.$host.boots Failure
+crash history ostrel.$host.history Failure
 EOF
 )" "$(report junit; junit_cases)"
 
 check "lava: exit 1, one test set, a line per test case, measurements only of what was reached" "$(cat <<EOF
 exit 1
 lava-test-set start QAV$stamp
-lava-test-case greeting --result unknown
-lava-test-case crash_lines --result unknown
+lava-test-case greeting --result fail
+lava-test-case crash_lines --result fail
 lava-test-case warm-up --result fail --measurement 0 --units seconds
 lava-test-case reboots --result fail --measurement 1 --units boots
 lava-test-case crash_history --result fail --measurement 2 --units lines
@@ -113,11 +115,11 @@ ok=$(run_to_end /tmp/ok.json)
 stop_service
 check "SIGSEGV: exit 1, every test case short of its target an error, the executor's end named" "$(cat <<EOF
 exit 1
-["error","error","error"] "SIGSEGV" true {"pass":1,"fail":0,"error":3,"unknown":0}
+["error","error","error"] "SIGSEGV" true {"pass":1,"fail":0,"error":4,"aborted":0,"unknown":0}
 exit 1
-suite $(basename "$segv" .zip) tests=4 failures=0 errors=3 skipped=0
-first ostrel.rounds Error SIGSEGV
-first #2 ostrel.rounds Error SIGSEGV
+suite $(basename "$segv" .zip) tests=5 failures=0 errors=4 skipped=0
+executor SIGSEGV ostrel.$host.run Error executor SIGSEGV
+first ostrel.$host.rounds Error SIGSEGV
 exit 1
 lava-test-case crash_history_2 --result fail
 lava-test-case executor_SIGSEGV --result fail
@@ -135,11 +137,11 @@ check "an executor that ran its rounds and exited 0: its round test case passes,
 mkdir -p /tmp/r && cp "$segv" /tmp/r/QAVexit3.zip && cp "${segv%.zip}.db_history" /tmp/r/QAVexit3.db_history
 jq '.executors[0].end = {"exit": 3}' "${segv%.zip}.run.json" > /tmp/r/QAVexit3.run.json
 cp "$ok" /tmp/r/QAVold.zip
-check "exit 3 is an error of the run; no record: the plan's counters alone, as from an older build" "$(cat <<EOF
+check "exit 3 is an error of the run; no record: the plan's counters alone, as from an older build, not proven (exit 4)" "$(cat <<EOF
 exit 1
 "exit 3"
-exit 0
-run: no run record beside the archive (an older build): verdicts from the plan's counters alone
+exit 4
+run: no run record /tmp/r/QAVold.run.json beside the archive (an older build, or it was not copied): verdicts from the plan's counters alone
 ["unknown"]
 EOF
 )" "$(report json /tmp/r/QAVexit3.zip | head -1; jq -c .run.error /tmp/report.out

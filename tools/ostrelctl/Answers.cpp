@@ -5,6 +5,8 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <unistd.h>
+
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -146,6 +148,10 @@ ExitStatus callbackBool(const char* method,
 }
 
 // Their reply-log lines travel with the next callback answer.
+ExitStatus answerLine(const char* method, bool ok, const Options& options) {
+    return boolAnswer(method, ok, nullptr, options);
+}
+
 ExitStatus valueBool(const char* method, Return<bool> ret, const Options& options) {
     if (!ret.isOk()) return transportFailure(method, ret.description());
     return boolAnswer(method, ret, nullptr, options);
@@ -197,11 +203,20 @@ ExitStatus resultAnswer(const std::string& answer, const std::string& log, const
     size_t comma = answer.find(", ");
     std::string archive = comma == std::string::npos ? answer : answer.substr(0, comma);
     std::string history = comma == std::string::npos ? "" : answer.substr(comma + 2);
+    // The run record the service moved beside the archive: the third file a lab
+    // copies ("" when there is none, from a service without records).
+    std::string record;
+    const std::string zip = ".zip";
+    if (archive.size() > zip.size() && archive.compare(archive.size() - zip.size(), zip.size(), zip) == 0) {
+        record = archive.substr(0, archive.size() - zip.size()) + ".run.json";
+        if (access(record.c_str(), F_OK) != 0) record.clear();
+    }
     if (options.json) {
         std::cout << JsonAnswer("getResult").text("result", answer).text("archive", archive)
-                             .text("history", history).log(log).done();
+                             .text("history", history).text("record", record).log(log).done();
     } else if (!answer.empty()) {
-        std::cout << "archive: " << archive << "\nhistory: " << history << "\n";
+        std::cout << "archive: " << archive << "\nhistory: " << history << "\nrecord: "
+                  << (record.empty() ? "none" : record) << "\n";
     }
     printLog(log, options);
     if (answer.empty()) {

@@ -20,9 +20,10 @@ using ::vendor::brevane::hardware::ostrel::V2_0::OstrelState;
 // The exit status of every command.
 enum ExitStatus : int {
     kOk = 0,         // success; check-plan: no problem; report: every verdict passes
-    kRefused = 1,    // refused, no answer or nothing changed; check-plan: problems; report: a failure
+    kRefused = 1,    // refused, no answer or nothing changed; check-plan: problems; report: a run failed
     kUsage = 2,      // bad command line or input file; report: an archive that cannot be read
     kTransport = 3,  // the service could not be reached or the call failed
+    kNotProven = 4,  // report: no run failed, but one is unknown or some inputs could not be read
 };
 
 struct Options {
@@ -82,6 +83,8 @@ bool takeForce(std::vector<std::string>* args);
 ExitStatus transportFailure(const char* method, const std::string& description);
 // runStart, runAbort, runFinished, bootCompleted: a plain bool.
 ExitStatus valueBool(const char* method, Return<bool> ret, const Options& options);
+// The answer line of a method answered |ok| ("runStart: ok"), as valueBool prints it.
+ExitStatus answerLine(const char* method, bool ok, const Options& options);
 // setConfig, setTest, clearConfig, installTesters: (bool, reply log).
 ExitStatus callbackBool(const char* method,
                         const std::function<Return<void>(IOstrel::setTest_cb)>& call,

@@ -39,23 +39,27 @@ const Command kCommands[] = {
          "unless --force; the stored plan is read back\n",
          Command::kService, 0, 2, setTestCommand},
         {"get-result", "",
-         "pack the last run and print its archive and crash-history\n"
-         "copy; may take minutes, there is no time-out\n",
+         "pack the last run and print its archive, crash-history\n"
+         "copy and run record (the three files a lab copies); may\n"
+         "take minutes, there is no time-out\n",
          Command::kService, 0, 0, getResultCommand},
-        {"retry", "RESULT",
+        {"retry", "[--failed-only] RESULT",
          "from a run's result (QAV<stamp>.zip and the run record\n"
          "beside it), store the plan again with only the test\n"
-         "cases that failed or erred selected and their counters\n"
-         "reset (checked as set-test does), and apply again the\n"
+         "cases that did not pass selected (fail, error, aborted,\n"
+         "unknown; with --failed-only just fail and error), each\n"
+         "listed with its verdict, and their counters reset\n"
+         "(checked as set-test does), and apply again the\n"
          "configuration that run applied; refused for a result of\n"
          "another device. Then run-start runs them.\n",
-         Command::kService, 1, 1, retryCommand},
+         Command::kService, 1, 2, retryCommand},
         {"watch", "",
          "show the state and a progress bar per selected test case\n"
          "(hours with what is left, boots; rounds are the\n"
          "executor's) with the time of each update, until the run\n"
-         "leaves RUNNING (exit 0; 1 when there was no run); waits\n"
-         "for a service that restarts\n",
+         "leaves RUNNING or is found ended in COMPLETING (exit 0;\n"
+         "1 when there is no run: IDLE or PREPARING); waits for a\n"
+         "service that restarts\n",
          Command::kService, 0, 0, watchCommand},
         {"check-plan", "FILE|-",
          "every problem of a plan that the service would store but\n"
@@ -67,7 +71,7 @@ const Command kCommands[] = {
          "does not know, which it keeps). Exit status: 0 no\n"
          "problem, 1 problems found, 2 not readable or not JSON.\n",
          Command::kCheck, 0, 1, checkPlanCommand},
-        {"report", "[--format text|json|junit|lava|html] [--exec] ARCHIVE|FOLDER...",
+        {"report", "[--format text|json|junit|lava|html] [--exec] [--device LABEL] ARCHIVE|FOLDER...",
          "read a QAV<stamp>.zip that get-result made (and the\n"
          "QAV<stamp>.db_history and QAV<stamp>.run.json beside it,\n"
          "when present): each selected test case with its target,\n"
@@ -83,9 +87,12 @@ const Command kCommands[] = {
          "across runs and per crash signature (numbers, addresses\n"
          "and hex ids masked), archives that cannot be read listed\n"
          "with why; html is one self-contained page of it.\n"
-         "Exit status: 0 every verdict pass (or unknown: rounds the\n"
-         "planner does not count), 1 any fail or error, 2 bad\n"
-         "command line or no archive that can be read.\n",
+         "--device LABEL names the device (a lab's name or serial)\n"
+         "in every format instead of the record's host name or model.\n"
+         "Exit status: 0 every run passed, 1 a run failed (fail,\n"
+         "error or aborted), 2 bad command line or no archive that\n"
+         "can be read, 4 no run failed but one is unknown or some\n"
+         "input could not be read (not proven).\n",
          Command::kReport, 0, kMany, reportCommand},
 };
 

@@ -12,6 +12,7 @@
 #include "JsonText.h"
 #include "PlanCheck.h"
 #include "PlanSchema.h"
+#include "Report.h"
 
 namespace ostrelctl {
 
@@ -19,11 +20,32 @@ namespace core = ::vendor::brevane::hardware::ostrel::core;
 
 namespace {
 
+constexpr size_t kStartedShown = 20;
+
 bool stateOf(const sp<IOstrel>& service, OstrelState* state) {
     auto ret = service->getState();
     if (!ret.isOk()) return false;
     *state = ret;
     return true;
+}
+
+// The selected test cases of the plan that runs, from getTest: a refused
+// set-test leaves the one before, and this shows which one started.
+void printStarted(const sp<IOstrel>& service) {
+    std::string text;
+    auto ret = service->getTest([&](const hidl_string& t, const hidl_string&) { text.assign(t.c_str(), t.size()); });
+    rapidjson::Document plan;
+    if (!ret.isOk() || !core::parseJsonText(plan, text.data(), text.size()) || !plan.IsObject()) return;
+    auto cases = plan.FindMember(core::plankey::kTestcases);
+    if (cases == plan.MemberEnd() || !cases->value.IsArray()) return;
+    std::vector<std::string> names;
+    for (const auto& tc : cases->value.GetArray()) {
+        core::TestcaseRecord record = core::readTestcase(tc);
+        if (record.isSelect) names.push_back(ostrel_report::cleanText(record.name ? record.name : "(no name)"));
+    }
+    std::cout << "started " << names.size() << " test case(s)" << (names.empty() ? "" : ":") << "\n";
+    for (size_t i = 0; i < names.size() && i < kStartedShown; i++) std::cout << "  " << names[i] << "\n";
+    if (names.size() > kStartedShown) std::cout << "  ... and " << names.size() - kStartedShown << " more\n";
 }
 
 // A plan as JSON without "current_state" (the planner writes it), for comparison.
@@ -45,9 +67,15 @@ ExitStatus confirmedValue(const sp<IOstrel>& service, const std::string& cmd, co
         return status;
     }
     bool ending = cmd == "run-abort" || cmd == "run-finished";
-    ExitStatus status = valueBool(method, call(), options);
-    if (status != kOk) return status;
-    if (!stateOf(service, &after)) return transportFailure("getState", "the state after the call");
+    Return<bool> ret = call();
+    if (!ret.isOk()) return transportFailure(method, ret.description());
+    bool answered = ret;
+    if (!answered) return answerLine(method, false, options);
+    // The answer line comes last, after what confirms or contradicts it.
+    if (!stateOf(service, &after)) {
+        answerLine(method, true, options);
+        return transportFailure("getState", "the state after the call");
+    }
     std::string problem;
     if (cmd == "run-start" && after != OstrelState::RUNNING) {
         problem = "nothing started: the planner is in " + stateName(after);
@@ -58,9 +86,13 @@ ExitStatus confirmedValue(const sp<IOstrel>& service, const std::string& cmd, co
     } else if (cmd == "boot-completed" && after == OstrelState::IDLE) {
         problem = "the planner stayed in IDLE";
     }
-    if (problem.empty()) return kOk;
+    if (problem.empty()) {
+        if (cmd == "run-start" && !options.json) printStarted(service);
+        return answerLine(method, true, options);
+    }
     if (after == OstrelState::IDLE) problem += ": the stored plan has no state; see check-plan";
     std::cerr << "ostrelctl: " << cmd << ": " << problem << "\n";
+    answerLine(method, true, options);
     return kRefused;
 }
 

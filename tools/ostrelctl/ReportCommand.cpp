@@ -23,7 +23,10 @@ using namespace ostrel_report;
 namespace {
 
 constexpr const char* kUsageText =
-        "usage: ostrelctl report [--format text|json|junit|lava|html] [--exec] ARCHIVE|FOLDER...";
+        "usage: ostrelctl report [--format text|json|junit|lava|html] [--exec] [--device LABEL] ARCHIVE|FOLDER...";
+
+static_assert(kOk == kExitPass && kRefused == kExitFailed && kNotProven == kExitNotProven,
+              "the report's exit statuses are the client's");
 
 // Runs |words| as a command found on PATH and waits for it; "" when it exited 0,
 // else what went wrong.
@@ -64,17 +67,23 @@ ExitStatus lavaOut(const RunReport& report, bool exec) {
 
 // Many results: each read, folded into the summary and let go. JUnit and LAVA
 // are written run by run as they are read.
-ExitStatus fleetReport(const std::vector<std::string>& names, const std::string& format, bool exec) {
+ExitStatus fleetReport(const std::vector<std::string>& names, const std::string& format, bool exec,
+                       const std::string& device) {
     std::vector<std::string> archives;
     std::string error;
-    if (!findArchives(names, &archives, &error)) {
+    FleetSummary fleet;
+    if (!findArchives(names, &archives, &fleet.bad, &error)) {
         std::cerr << "ostrelctl: report: " << error << "\n";
         return kUsage;
     }
-    FleetSummary fleet;
+    orderByStart(&archives);
     if (format == "junit") std::cout << junitHead();
+    for (const BadArchive& bad : fleet.bad) {
+        if (format == "junit") std::cout << junitBadArchive(bad);
+    }
     for (const std::string& archive : archives) {
         RunReport report;
+        report.deviceLabel = device;
         if (!readRunReport(archive, &report, &error)) {
             fleet.bad.push_back(BadArchive{archive, error});
             if (format == "junit") std::cout << junitBadArchive(fleet.bad.back());
@@ -98,7 +107,7 @@ ExitStatus fleetReport(const std::vector<std::string>& names, const std::string&
         std::cerr << "ostrelctl: report: no result could be read (" << fleet.bad.size() << " tried)\n";
         return kUsage;
     }
-    return fleetVerdict(fleet) == Verdict::Fail ? kRefused : kOk;
+    return static_cast<ExitStatus>(fleetExitStatus(fleet));
 }
 
 }  // namespace
@@ -107,11 +116,16 @@ ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& arg
                          const Options& options) {
     std::string format = options.json ? "json" : "text";
     std::vector<std::string> files;
+    std::string device;
     bool exec = false;
     for (size_t i = 1; i < args.size(); i++) {
         const std::string& arg = args[i];
         if (arg == "--exec") {
             exec = true;
+        } else if (arg == "--device" && i + 1 < args.size()) {
+            device = args[++i];
+        } else if (arg.compare(0, 9, "--device=") == 0) {
+            device = arg.substr(9);
         } else if (arg == "--format" && i + 1 < args.size()) {
             format = args[++i];
         } else if (arg.compare(0, 9, "--format=") == 0) {
@@ -138,8 +152,9 @@ ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& arg
     struct stat st;
     bool single = files.size() == 1 && format != "html" &&
                   !(stat(files[0].c_str(), &st) == 0 && S_ISDIR(st.st_mode));
-    if (!single) return fleetReport(files, format, exec);
+    if (!single) return fleetReport(files, format, exec, device);
     RunReport report;
+    report.deviceLabel = device;
     std::string error;
     if (!readRunReport(files[0], &report, &error)) {
         std::cerr << "ostrelctl: " << cleanText(files[0]) << ": " << error << "\n";
@@ -155,7 +170,7 @@ ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& arg
         std::cout << reportText(report);
     }
     std::cout.flush();
-    return overallVerdict(report) == Verdict::Fail ? kRefused : kOk;
+    return static_cast<ExitStatus>(exitStatusOf(runVerdict(report)));
 }
 
 }  // namespace ostrelctl

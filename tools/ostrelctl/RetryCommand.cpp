@@ -1,9 +1,9 @@
 // ostrelctl retry RESULT: a lab's first move after a failing run. From the run's
 // result (archive and record) it makes the plan again with only the test cases
-// that failed or erred selected and every counter reset, stores it as set-test
-// does (checked, read back), and applies again the configuration that run
-// applied, from the client's list kept in the record. A result of another device
-// is refused.
+// that did not pass selected (the verdict model's rule) and every counter reset,
+// says which and why, stores it as set-test does (checked, read back), and
+// applies again the configuration that run applied, from the client's list kept
+// in the record. A result of another device is refused.
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -23,21 +23,23 @@ using namespace ostrel_report;
 
 namespace {
 
-// The members that name a device rather than its build.
-const char* const kIdentityKeys[] = {"platform", "machine_id", "model"};
+namespace key = core::runrecord;
+
+// The members that name a device rather than its build. The device id is
+// compared only where this client can tell its own (not on Android, where the
+// service's id is not the client's to read).
+const char* const kIdentityKeys[] = {key::kPlatform, key::kModel, key::kDeviceId};
 
 // "" when the record's device is this one, else what differs.
 std::string otherDevice(const RunFacts& run) {
     rapidjson::Document here(rapidjson::kObjectType);
     core::describeDevice(&here, here.GetAllocator());
-    for (const char* key : kIdentityKeys) {
-        std::string recorded;
-        for (const auto& [k, v] : run.device) {
-            if (k == key) recorded = v;
-        }
-        auto it = here.FindMember(key);
+    for (const char* name : kIdentityKeys) {
+        std::string recorded = deviceMember(run, {name});
+        auto it = here.FindMember(name);
         std::string mine = it != here.MemberEnd() && it->value.IsString() ? it->value.GetString() : "";
-        if (recorded != mine) return std::string(key) + " \"" + cleanText(recorded) + "\", this device's \"" + mine + "\"";
+        if (name == key::kDeviceId && mine.empty()) continue;
+        if (recorded != mine) return std::string(name) + " \"" + cleanText(recorded) + "\", this device's \"" + mine + "\"";
     }
     return "";
 }
@@ -54,8 +56,15 @@ void setMember(rapidjson::Value& object, const char* key, rapidjson::Value value
 
 }  // namespace
 
-ExitStatus retryCommand(const sp<IOstrel>& service, const std::vector<std::string>& args,
+ExitStatus retryCommand(const sp<IOstrel>& service, const std::vector<std::string>& given,
                         const Options& options) {
+    std::vector<std::string> args = given;
+    bool failedOnly = args.size() > 1 && args[1] == "--failed-only";
+    if (failedOnly) args.erase(args.begin() + 1);
+    if (args.size() != 2) {
+        std::cerr << "usage: ostrelctl retry [--failed-only] RESULT\n";
+        return kUsage;
+    }
     const std::string& archive = args[1];
     RunReport report;
     std::string error, text;
@@ -82,18 +91,23 @@ ExitStatus retryCommand(const sp<IOstrel>& service, const std::vector<std::strin
     auto& a = plan.GetAllocator();
     auto cases = plan.FindMember(core::plankey::kTestcases);
     size_t again = 0;
+    std::string list;  // what is run again and why, a line each (the first kShownCases)
     if (cases != plan.MemberEnd() && cases->value.IsArray()) {
         int64_t index = 0;
         for (auto& tc : cases->value.GetArray()) {
             int64_t i = index++;
             if (!tc.IsObject()) continue;
-            bool failed = false;
+            bool rerun = false;
             if (core::readTestcase(tc).isSelect) {
-                Verdict v = judgeTestcase(tc, i, run).verdict;
-                failed = v == Verdict::Fail || v == Verdict::Error;
+                CaseReport c = judgeTestcase(tc, i, run);
+                rerun = retried(c.verdict, failedOnly);
+                if (rerun && again < kShownCases) {
+                    list += "  " + std::string(verdictName(c.verdict)) + "  " + cleanText(c.name) + ": " +
+                            cleanText(c.reason) + "\n";
+                }
             }
-            again += failed;
-            setMember(tc, core::plankey::kSelect, rapidjson::Value(failed), a);
+            again += rerun;
+            setMember(tc, core::plankey::kSelect, rapidjson::Value(rerun), a);
             for (const char* key : {core::plankey::kCurrentTime, core::plankey::kTargetTime,
                                     core::plankey::kCurrentRound, core::plankey::kTargetRound}) {
                 setMember(tc, key, rapidjson::Value(0), a);
@@ -101,10 +115,13 @@ ExitStatus retryCommand(const sp<IOstrel>& service, const std::vector<std::strin
         }
     }
     if (again == 0) {
-        std::cerr << "ostrelctl: retry: nothing to retry: no test case failed or erred in "
-                  << cleanText(archive) << "\n";
+        std::cerr << "ostrelctl: retry: nothing to retry: every selected test case "
+                  << (failedOnly ? "passed or is aborted or unknown" : "passed") << " in " << cleanText(archive)
+                  << "\n";
         return kRefused;
     }
+    std::cout << "retry: run again from " << cleanText(archive) << ":\n" << list;
+    if (again > kShownCases) std::cout << "  ... and " << again - kShownCases << " more\n";
     setMember(plan, core::plankey::kNotSet, rapidjson::Value(false), a);
     setMember(plan, core::plankey::kCurrentState, rapidjson::Value(1), a);
     setMember(plan, core::plankey::kRunStart, rapidjson::Value(false), a);
@@ -123,7 +140,7 @@ ExitStatus retryCommand(const sp<IOstrel>& service, const std::vector<std::strin
         status = callbackBool("setConfig", [&](auto cb) { return service->setConfig(list, cb); }, options);
     }
     if (status == kOk) {
-        std::cout << "retry: " << again << " test case(s) selected again from " << cleanText(archive)
+        std::cout << "retry: " << again << " test case(s) selected again" << (failedOnly ? " (--failed-only)" : "")
                   << "; run-start runs them\n";
     }
     return status;

@@ -108,8 +108,9 @@ sp<IOstrel> reconnect(double seconds) {
 
 }  // namespace
 
-// Exit 0 once the run has left RUNNING, 1 when there was no run to watch, 3 when
-// the service is gone for longer than the reconnect time.
+// Exit 0 once the run has left RUNNING or is found ended (COMPLETING), 1 when
+// there is no run (IDLE, PREPARING), 3 when the service is gone for longer than
+// the reconnect time.
 ExitStatus watchCommand(const sp<IOstrel>& first, const std::vector<std::string>&,
                         const Options& options) {
     bool tty = isatty(STDOUT_FILENO) && !options.json;
@@ -163,7 +164,8 @@ ExitStatus watchCommand(const sp<IOstrel>& first, const std::vector<std::string>
             shownLines = 0;
             for (char c : stamp + block) shownLines += c == '\n';
         }
-        if (value != OstrelState::RUNNING) return sawRun ? kOk : kRefused;
+        // A run that ended before the watch began is found in COMPLETING: ended.
+        if (value != OstrelState::RUNNING) return sawRun || value == OstrelState::COMPLETING ? kOk : kRefused;
         std::this_thread::sleep_for(std::chrono::duration<double>(options.interval));
     }
 }

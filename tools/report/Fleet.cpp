@@ -18,10 +18,14 @@ bool isResultName(const std::string& name) {
            name.compare(name.size() - 4, 4, ".zip") == 0;
 }
 
+void unreadable(std::vector<BadArchive>* bad, const std::string& path, const char* what) {
+    bad->push_back(BadArchive{path, std::string(what) + ": " + strerror(errno)});
+}
+
 // QAV*.zip under |dir|, in name order, folders included (links are not followed).
-void searchFolder(const std::string& dir, std::vector<std::string>* archives) {
+void searchFolder(const std::string& dir, std::vector<std::string>* archives, std::vector<BadArchive>* bad) {
     DIR* d = opendir(dir.c_str());
-    if (d == nullptr) return;
+    if (d == nullptr) return unreadable(bad, dir, "cannot read the folder");
     std::vector<std::string> names;
     while (struct dirent* e = readdir(d)) {
         if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) names.push_back(e->d_name);
@@ -31,23 +35,16 @@ void searchFolder(const std::string& dir, std::vector<std::string>* archives) {
     for (const std::string& name : names) {
         std::string path = dir + "/" + name;
         struct stat st;
-        if (lstat(path.c_str(), &st) != 0) continue;
+        if (lstat(path.c_str(), &st) != 0) {
+            unreadable(bad, path, "cannot read the path");
+            continue;
+        }
         if (S_ISDIR(st.st_mode)) {
-            searchFolder(path, archives);
+            searchFolder(path, archives, bad);
         } else if (S_ISREG(st.st_mode) && isResultName(name)) {
             archives->push_back(path);
         }
     }
-}
-
-// The record's device members that name the device and its build.
-std::string deviceMember(const RunFacts& run, std::initializer_list<const char*> keys) {
-    for (const char* key : keys) {
-        for (const auto& [k, v] : run.device) {
-            if (k == key && !v.empty()) return v;
-        }
-    }
-    return "";
 }
 
 std::string amountOf(const CaseReport& c) {
@@ -58,17 +55,17 @@ std::string amountOf(const CaseReport& c) {
 }  // namespace
 
 bool findArchives(const std::vector<std::string>& args, std::vector<std::string>* archives,
-                  std::string* error) {
+                  std::vector<BadArchive>* bad, std::string* error) {
     for (const std::string& arg : args) {
         struct stat st;
         if (stat(arg.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
-            searchFolder(arg, archives);
+            searchFolder(arg, archives, bad);
         } else {
             // A file is taken as it is: reading it says what is wrong with it.
             archives->push_back(arg);
         }
     }
-    if (archives->empty()) {
+    if (archives->empty() && bad->empty()) {
         *error = "no QAV*.zip in " + cleanText(args.empty() ? "" : args[0]);
         return false;
     }
@@ -112,7 +109,7 @@ void addRun(FleetSummary* fleet, const RunReport& report) {
     size_t runIndex = fleet->runs.size();
     run.archive = report.archive;
     run.stamp = report.stamp;
-    run.device = deviceMember(facts, {"host_name", "model", "machine_id", "serial"});
+    run.device = deviceOf(report);
     run.build = deviceMember(facts, {"fingerprint", "os"});
     std::string kernel = deviceMember(facts, {"kernel"});
     if (!kernel.empty()) run.build += (run.build.empty() ? "" : ", ") + kernel;
@@ -122,8 +119,11 @@ void addRun(FleetSummary* fleet, const RunReport& report) {
     run.endCause = facts.endCause;
     run.error = facts.error;
     run.duration = facts.duration;
-    run.verdict = overallVerdict(report);
-    for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Unknown, Verdict::Error}) {
+    run.verdict = runVerdict(report);
+    run.reason = runReason(report);
+    run.history = historyVerdict(report);
+    run.historyReason = historyReason(report);
+    for (Verdict v : kVerdictOrder) {
         run.counts[static_cast<int>(v)] = countOf(report, v);
     }
     run.crashLines = report.crashLineCount;
@@ -137,7 +137,7 @@ void addRun(FleetSummary* fleet, const RunReport& report) {
         }
         FleetCase& fc = fleet->cases[index];
         fc.counts[static_cast<int>(c.verdict)]++;
-        if (c.verdict == Verdict::Fail || c.verdict == Verdict::Error) fc.failedRuns.push_back(runIndex);
+        if (failsRun(c.verdict)) fc.failedRuns.push_back(runIndex);
         run.cases.push_back(FleetCaseResult{index, c.verdict, amountOf(c), c.reason});
     }
     for (const std::string& line : report.crashLines) {
@@ -169,10 +169,48 @@ std::vector<const CrashSignature*> signaturesByCount(const FleetSummary& fleet) 
 }
 
 Verdict fleetVerdict(const FleetSummary& fleet) {
-    for (const FleetRun& run : fleet.runs) {
-        if (run.verdict == Verdict::Fail) return Verdict::Fail;
+    Verdict v = Verdict::Pass;
+    for (const FleetRun& run : fleet.runs) v = worse(v, run.verdict);
+    return v;
+}
+
+size_t failedRuns(const FleetSummary& fleet) {
+    size_t n = 0;
+    for (const FleetRun& run : fleet.runs) n += failsRun(run.verdict) ? 1 : 0;
+    return n;
+}
+
+std::string fleetHeadline(const FleetSummary& fleet) {
+    Verdict v = fleetVerdict(fleet);
+    if (fleet.bad.empty()) return verdictName(v);
+    return failsRun(v) ? std::string(verdictName(v)) + ", incomplete" : "incomplete";
+}
+
+std::string fleetHeadlineClass(const FleetSummary& fleet) {
+    Verdict v = fleetVerdict(fleet);
+    return !fleet.bad.empty() && !failsRun(v) ? "incomplete" : verdictName(v);
+}
+
+int fleetExitStatus(const FleetSummary& fleet) {
+    if (fleet.runs.empty()) return 2;
+    Verdict v = fleetVerdict(fleet);
+    if (failsRun(v)) return kExitFailed;
+    return fleet.bad.empty() ? exitStatusOf(v) : kExitNotProven;
+}
+
+void orderByStart(std::vector<std::string>* archives) {
+    std::vector<std::pair<int64_t, std::string>> keyed;
+    for (std::string& archive : *archives) {
+        RunFacts run;
+        std::string ignored;
+        readRunRecord(archive, &run, &ignored);
+        int64_t start = run.startSeconds >= 0 ? run.startSeconds : INT64_MAX;
+        keyed.emplace_back(start, std::move(archive));
     }
-    return Verdict::Pass;
+    std::stable_sort(keyed.begin(), keyed.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    archives->clear();
+    for (auto& [start, archive] : keyed) archives->push_back(std::move(archive));
 }
 
 }  // namespace ostrel_report

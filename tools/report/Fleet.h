@@ -33,7 +33,10 @@ struct FleetRun {
     std::string start, endCause, error;
     int64_t startSeconds = -1, duration = -1;
     Verdict verdict = Verdict::Pass;
-    uint64_t counts[4] = {};  // by verdict, the crash history included
+    std::string reason;              // why it has that verdict
+    Verdict history = Verdict::Pass;  // the crash history's verdict
+    std::string historyReason;
+    uint64_t counts[kVerdictCount] = {};  // by verdict, the crash history included
     uint64_t crashLines = 0;
     std::vector<FleetCaseResult> cases;
     std::vector<std::string> crashExamples;  // the first kRunViewLines lines
@@ -43,8 +46,8 @@ struct FleetRun {
 struct FleetCase {
     std::string id;
     Kind kind;
-    uint64_t counts[4] = {};
-    std::vector<size_t> failedRuns;  // runs where it failed or erred
+    uint64_t counts[kVerdictCount] = {};
+    std::vector<size_t> failedRuns;  // runs where its verdict failed the run
 };
 
 struct CrashSignature {
@@ -54,6 +57,7 @@ struct CrashSignature {
     std::set<std::string> devices, configurations;
 };
 
+// An input that could not be read: an archive, a folder or a path.
 struct BadArchive {
     std::string archive, reason;
 };
@@ -69,10 +73,14 @@ struct FleetSummary {
 };
 
 // The result archives that |args| name: files as they are, folders searched
-// (recursively, in name order) for QAV*.zip. False with |error| for a name that
-// is neither.
+// (recursively, in name order) for QAV*.zip; a folder or path that cannot be
+// read goes to |unreadable| with its reason. False with |error| when nothing
+// was found and nothing was unreadable.
 bool findArchives(const std::vector<std::string>& args, std::vector<std::string>* archives,
-                  std::string* error);
+                  std::vector<BadArchive>* unreadable, std::string* error);
+// |archives| ordered by their runs' start (from the records beside them); runs
+// whose start is not known keep their order, after the others.
+void orderByStart(std::vector<std::string>* archives);
 
 // Folds one run into |fleet|.
 void addRun(FleetSummary* fleet, const RunReport& report);
@@ -80,8 +88,17 @@ void addRun(FleetSummary* fleet, const RunReport& report);
 std::string crashSignature(const std::string& line);
 // Signatures by count, most frequent first.
 std::vector<const CrashSignature*> signaturesByCount(const FleetSummary& fleet);
-// Pass when no run fails (any fail or error fails it).
+// The weightiest verdict of the runs (pass for none).
 Verdict fleetVerdict(const FleetSummary& fleet);
+size_t failedRuns(const FleetSummary& fleet);
+// The summary's headline: the fleet's verdict; "incomplete" when inputs could
+// not be read and no run failed ("fail, incomplete" when one did); and its
+// class on the page.
+std::string fleetHeadline(const FleetSummary& fleet);
+std::string fleetHeadlineClass(const FleetSummary& fleet);
+// 1 when a run failed, 4 when none did but the summary is incomplete or a run is
+// unknown, 0 when every run passed; 2 when no run could be read.
+int fleetExitStatus(const FleetSummary& fleet);
 
 // The formats of a summary. JUnit is written run by run as they are read: one
 // <testsuite> per run (junitSuite), one per bad archive, in one <testsuites>.

@@ -35,9 +35,9 @@ std::string joined(const std::set<std::string>& items) {
     return out;
 }
 
-void writeCounts(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w, const uint64_t counts[4]) {
+void writeCounts(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w, const uint64_t counts[kVerdictCount]) {
     w.StartObject();
-    for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Error, Verdict::Unknown}) {
+    for (Verdict v : kVerdictOrder) {
         w.Key(verdictName(v));
         w.Uint64(counts[static_cast<int>(v)]);
     }
@@ -47,11 +47,9 @@ void writeCounts(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w, const uint
 }  // namespace
 
 std::string fleetText(const FleetSummary& fleet) {
-    size_t failed = 0;
-    for (const FleetRun& run : fleet.runs) failed += run.verdict == Verdict::Fail;
     std::string out = "Ostrel runs: " + std::to_string(fleet.runs.size()) + " read, " +
-                      std::to_string(failed) + " failed, " + std::to_string(fleet.bad.size()) +
-                      " not readable: " + verdictName(fleetVerdict(fleet)) + "\n\nRUNS\n";
+                      std::to_string(failedRuns(fleet)) + " failed, " + std::to_string(fleet.bad.size()) +
+                      " not readable: " + fleetHeadline(fleet) + "\n\nRUNS\n";
     char row[512];
     snprintf(row, sizeof(row), "%-4s %-8s %-22s %-10s %-16s %-20s %s\n", "RUN", "VERDICT", "STAMP",
              "DURATION", "END", "DEVICE", "BUILD / CONFIGURATION");
@@ -64,16 +62,13 @@ std::string fleetText(const FleetSummary& fleet) {
         out += row + cell(run.build) + " / " + cell(run.configuration) + "\n";
     }
     out += "\nTEST CASES\n";
-    snprintf(row, sizeof(row), "%5s %5s %5s %7s  %-7s %s\n", "PASS", "FAIL", "ERROR", "UNKNOWN", "KIND",
-             "TEST CASE: RUNS THAT FAILED");
+    snprintf(row, sizeof(row), "%5s %5s %5s %7s %7s  %-7s %s\n", "PASS", "FAIL", "ERROR", "ABORTED", "UNKNOWN",
+             "KIND", "TEST CASE: RUNS THAT FAILED");
     out += row;
     for (const FleetCase& c : fleet.cases) {
-        snprintf(row, sizeof(row), "%5llu %5llu %5llu %7llu  %-7s ",
-                 static_cast<unsigned long long>(c.counts[static_cast<int>(Verdict::Pass)]),
-                 static_cast<unsigned long long>(c.counts[static_cast<int>(Verdict::Fail)]),
-                 static_cast<unsigned long long>(c.counts[static_cast<int>(Verdict::Error)]),
-                 static_cast<unsigned long long>(c.counts[static_cast<int>(Verdict::Unknown)]),
-                 kindName(c.kind));
+        auto n = [&c](Verdict v) { return static_cast<unsigned long long>(c.counts[static_cast<int>(v)]); };
+        snprintf(row, sizeof(row), "%5llu %5llu %5llu %7llu %7llu  %-7s ", n(Verdict::Pass), n(Verdict::Fail),
+                 n(Verdict::Error), n(Verdict::Aborted), n(Verdict::Unknown), kindName(c.kind));
         std::string runs;
         for (size_t k = 0; k < c.failedRuns.size() && k < kFailedRunsShown; k++) {
             runs += (k ? " " : "") + std::to_string(c.failedRuns[k] + 1);
@@ -109,6 +104,8 @@ std::string fleetJson(const FleetSummary& fleet) {
     w.SetIndent(' ', 2);
     w.StartObject();
     w.Key("verdict"); w.String(verdictName(fleetVerdict(fleet)));
+    w.Key("incomplete"); w.Bool(!fleet.bad.empty());
+    w.Key("headline"); w.String(fleetHeadline(fleet).c_str());
     w.Key("runs");
     w.StartArray();
     for (const FleetRun& run : fleet.runs) {
@@ -123,6 +120,7 @@ std::string fleetJson(const FleetSummary& fleet) {
         w.Key("end_cause"); writeClean(w, run.endCause);
         w.Key("error"); writeClean(w, run.error);
         w.Key("verdict"); w.String(verdictName(run.verdict));
+        w.Key("reason"); writeClean(w, run.reason);
         w.Key("counts"); writeCounts(w, run.counts);
         w.Key("crash_lines"); w.Uint64(run.crashLines);
         w.EndObject();

@@ -63,8 +63,7 @@ std::string matrix(const FleetSummary& fleet) {
         for (const FleetCaseResult* r : byCase) {
             out += r ? verdictCell(r->verdict, r->reason) : "<td class=\"v none\">-</td>";
         }
-        out += verdictCell(run.crashLines > 0 ? Verdict::Fail : Verdict::Pass,
-                           std::to_string(run.crashLines) + " crash-history line(s)") + "</tr>\n";
+        out += verdictCell(run.history, run.historyReason) + "</tr>\n";
     }
     return out + "</tbody></table></div>\n";
 }
@@ -107,14 +106,13 @@ std::string timeline(const FleetSummary& fleet) {
     }
     if (first < 0) return out + "<p>No run record tells a start time.</p>\n";
     double span = std::max<double>(static_cast<double>(last - first), 1.0);
-    out += "<p class=\"legend\"><span>green: the executor ended by itself</span> <span>grey: aborted</span> "
-           "<span>blue: finished by a client</span> <span>purple: the executor ended in error</span></p>\n"
+    out += "<p class=\"legend\">Coloured by the run's verdict: <span>green: pass</span> <span>red: fail</span> "
+           "<span>purple: error</span> <span>orange: aborted</span> <span>grey: unknown</span></p>\n"
            "<div class=\"scroll\"><table class=\"timeline\"><thead><tr><th>Run</th><th>Duration</th>"
            "<th>End</th><th>From the first start to the last end</th></tr></thead><tbody>\n";
     for (size_t i = 0; i < fleet.runs.size(); i++) {
         const FleetRun& run = fleet.runs[i];
         int64_t s = run.startSeconds;
-        std::string cause = !run.error.empty() ? "error" : run.endCause.empty() ? "none" : run.endCause;
         std::string bar;
         if (s >= 0) {
             char geometry[64];
@@ -122,7 +120,7 @@ std::string timeline(const FleetSummary& fleet) {
             double w = std::max(4.0, 1000.0 * static_cast<double>(std::max<int64_t>(run.duration, 0)) / span);
             snprintf(geometry, sizeof(geometry), "x=\"%.1f\" width=\"%.1f\"", x, w);
             bar = "<svg class=\"bar\" viewBox=\"0 0 1000 10\" preserveAspectRatio=\"none\" aria-hidden=\"true\">"
-                  "<rect class=\"t-" + esc(cause) + "\" " + geometry + " height=\"10\"/></svg>";
+                  "<rect class=\"v-" + std::string(verdictName(run.verdict)) + "\" " + geometry + " height=\"10\"/></svg>";
         }
         out += "<tr><th><a href=\"#run-" + std::to_string(i + 1) + "\">" + esc("QAV" + run.stamp) + "</a></th><td>" +
                (run.duration >= 0 ? std::to_string(run.duration) + " s" : "unknown") + "</td><td>" +
@@ -165,11 +163,10 @@ std::string fleetHtml(const FleetSummary& fleet) {
     std::string csp = "default-src 'none'; style-src " + sourceHash(page, "<style>", "</style>") +
                       "; script-src " + sourceHash(page, "<script>", "</script>") +
                       "; base-uri 'none'; form-action 'none'";
-    size_t failed = 0;
-    for (const FleetRun& run : fleet.runs) failed += run.verdict == Verdict::Fail;
     std::string body = "<header><h1>Ostrel runs: " + std::to_string(fleet.runs.size()) + " read, " +
-                       std::to_string(failed) + " failed, " + std::to_string(fleet.bad.size()) +
-                       " not readable " + badge(fleetVerdict(fleet)) +
+                       std::to_string(failedRuns(fleet)) + " failed, " + std::to_string(fleet.bad.size()) +
+                       " not readable <span class=\"badge v-" + fleetHeadlineClass(fleet) + "\">" +
+                       fleetHeadline(fleet) + "</span>" +
                        "</h1>\n<nav><a href=\"#runs\">Runs</a> &#183; <a href=\"#signatures\">Crash signatures</a>"
                        " &#183; <a href=\"#timeline\">Time line</a> &#183; <a href=\"#details\">Each run</a></nav>"
                        "</header>\n<main>\n" + matrix(fleet) + signatures(fleet) + timeline(fleet);

@@ -350,48 +350,31 @@ bool readRunReport(const std::string& archivePath, RunReport* report, std::strin
     report->stamp = stampOf(archivePath);
     Archive archive;
     // The record first: each test case is judged with it as the plan streams by.
-    return openArchive(archivePath, &archive, error) && readRunRecord(archivePath, &report->run, error) &&
-           readPlan(archive.get(), report, error) && readHistory(archive.get(), archivePath, report, error) &&
-           readLog(archive.get(), report, error);
+    bool read = openArchive(archivePath, &archive, error) && readRunRecord(archivePath, &report->run, error) &&
+                readPlan(archive.get(), report, error) && readHistory(archive.get(), archivePath, report, error) &&
+                readLog(archive.get(), report, error);
+    if (read) report->findings = runFindings(report->run, !report->cases.empty() || leftOutCount(*report) > 0);
+    return read;
+}
+
+std::string deviceMember(const RunFacts& run, std::initializer_list<const char*> keys) {
+    for (const char* key : keys) {
+        for (const auto& [k, v] : run.device) {
+            if (k == key && !v.empty()) return v;
+        }
+    }
+    return "";
+}
+
+std::string deviceOf(const RunReport& report) {
+    if (!report.deviceLabel.empty()) return report.deviceLabel;
+    namespace key = core::runrecord;
+    return deviceMember(report.run, {key::kHostName, key::kModel, key::kDeviceId});
 }
 
 bool readArchivedPlan(const std::string& archivePath, std::string* text, std::string* error) {
     Archive archive;
     return openArchive(archivePath, &archive, error) && extractPlan(archive.get(), text, error);
-}
-
-Verdict historyVerdict(const RunReport& report) {
-    // With a record, a run whose history copy is nowhere cannot pass on it.
-    if (report.run.present && report.historySource.empty()) return Verdict::Unknown;
-    return report.crashLineCount == 0 ? Verdict::Pass : Verdict::Fail;
-}
-
-uint64_t leftOutCount(const RunReport& report) {
-    uint64_t n = 0;
-    for (uint64_t count : report.leftOut) n += count;
-    return n;
-}
-
-uint64_t countOf(const RunReport& report, Verdict verdict) {
-    uint64_t n = historyVerdict(report) == verdict ? 1 : 0;
-    for (const auto& c : report.cases) n += c.verdict == verdict ? 1 : 0;
-    return n + report.leftOut[static_cast<int>(verdict)];
-}
-
-Verdict overallVerdict(const RunReport& report) {
-    if (historyVerdict(report) == Verdict::Fail) return Verdict::Fail;
-    bool failed = countOf(report, Verdict::Fail) + countOf(report, Verdict::Error) > 0;
-    return failed ? Verdict::Fail : Verdict::Pass;
-}
-
-const char* verdictName(Verdict verdict) {
-    switch (verdict) {
-        case Verdict::Pass: return "pass";
-        case Verdict::Fail: return "fail";
-        case Verdict::Unknown: return "unknown";
-        case Verdict::Error: return "error";
-    }
-    return "unknown";
 }
 
 }  // namespace ostrel_report

@@ -4,21 +4,26 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
 #include <rapidjson/document.h>
 
 #include "PlanSchema.h"
+#include "RunRecordSchema.h"
+#include "Verdicts.h"
 
 namespace ostrel_report {
 
+namespace core = ::vendor::brevane::hardware::ostrel::core;
+using core::runrecord::kCauseExecutor;
+using core::runrecord::kCauseRunAbort;
+using core::runrecord::kCauseRunFinished;
+
 // How the planner counts a test case, from the plan's schema in the core: rounds
 // (by the executor alone), hours (counted in seconds) or boots.
-using Kind = ::vendor::brevane::hardware::ostrel::core::Counting;
-// Error: the test case fell short because the executor ended in error (a signal
-// or a non-zero status of its own). The values index RunReport::leftOut.
-enum class Verdict { Pass, Fail, Unknown, Error };
+using Kind = core::Counting;
 
 // What a report holds in full, whatever the archive declares: the first test
 // cases and crash-history lines, each text cut to kShownBytes. The rest is
@@ -37,6 +42,7 @@ struct CaseReport {
     std::string command;
     Kind kind = Kind::ByExecutor;
     bool counted = false;  // the planner counts it (time, boots)
+    int64_t value = 0;     // the size as the plan gives it (rounds, hours or boots)
     int64_t target = 0;
     int64_t reached = 0;   // meaningful when counted
     int64_t asked = 0;     // rounds handed to the executor when not counted
@@ -46,7 +52,9 @@ struct CaseReport {
 
 // What the run record beside the archive (QAV<stamp>.run.json) tells of the run.
 struct RunFacts {
+    std::string recordPath;  // the record looked for beside the archive
     bool present = false;
+    std::string runId;
     std::string start, end, endCause;  // times in UTC; cause "executor", "runFinished", "runAbort"
     int64_t startSeconds = -1;         // the start since the epoch, -1 when unknown
     int64_t duration = -1;             // seconds from start to end, -1 when unknown
@@ -61,15 +69,22 @@ struct RunFacts {
     std::vector<std::string> boots;         // the time of each boot counted
     uint64_t executorStarts = 0, bootCount = 0;
     std::string lastEnd;                    // the last executor's end
-    std::string error;                      // the first end in error, "" for none
+    // The first end in error ("SIGSYS", "exit 3"; "" for none) and what it was
+    // ("was killed by SIGSYS (signal 31), a signal the service did not send").
+    std::string error, errorText;
+    // Boots counted while no boot test waited for one: the device restarted.
+    uint64_t unplannedBoots = 0;
+    std::string firstUnplannedBoot;
 };
 
 struct RunReport {
     std::string archive;
     std::string stamp;
+    std::string deviceLabel;  // the lab's name for the device, "" when none was given
     RunFacts run;
+    std::vector<RunFinding> findings;  // about the run as a whole
     std::vector<CaseReport> cases;  // the first kShownCases selected test cases
-    uint64_t leftOut[4] = {};       // the selected test cases after them, by verdict
+    uint64_t leftOut[kVerdictCount] = {};  // the selected test cases after them, by verdict
     std::string historySource;  // the file or entry the crash lines came from, "" if none
     std::vector<std::string> crashLines;  // the first kShownLines lines
     uint64_t crashLineCount = 0;          // every line
@@ -90,24 +105,17 @@ bool readRunRecord(const std::string& archivePath, RunFacts* run, std::string* e
 bool readPlanText(const std::string& text, const char* entry, RunReport* report, std::string* error);
 // The archived plan's text (qav/data/ostreldata.txt of |archivePath|).
 bool readArchivedPlan(const std::string& archivePath, std::string* text, std::string* error);
-// One test case of a plan judged as the report judges it (|run| may be absent).
+// One test case of a plan judged as the report judges it, with |run|.
 CaseReport judgeTestcase(const rapidjson::Value& tc, int64_t index, const RunFacts& run);
-// Judges |c| again with what the record tells (an executor that ended in error,
-// a run aborted, rounds run out by an executor that exited 0).
-void judgeWithRecord(const RunFacts& run, CaseReport* c);
 
-// The crash history as a verdict of its own: fail when any line was collected.
-Verdict historyVerdict(const RunReport& report);
-// Fail when any verdict fails, else pass ("unknown" alone does not fail a run).
-Verdict overallVerdict(const RunReport& report);
-// Verdicts of that kind: the crash history's and every selected test case's,
-// those left out included.
-uint64_t countOf(const RunReport& report, Verdict verdict);
-uint64_t leftOutCount(const RunReport& report);
+using core::kindName;
+using core::unitName;
 
-using ::vendor::brevane::hardware::ostrel::core::kindName;
-using ::vendor::brevane::hardware::ostrel::core::unitName;
-const char* verdictName(Verdict verdict);
+// The first of the record's device members |keys| that is set, "" for none.
+std::string deviceMember(const RunFacts& run, std::initializer_list<const char*> keys);
+// The device a run was made on: the lab's label, else the record's host name,
+// model or device id; "" when nothing tells.
+std::string deviceOf(const RunReport& report);
 
 // The four output formats.
 std::string reportText(const RunReport& report);

@@ -32,10 +32,10 @@ std::string amount(const CaseReport& c, int64_t value) {
     return c.kind == Kind::ByTime ? hours(value) : std::to_string(value);
 }
 
-// "N pass, N fail, N error, N unknown" of the test cases left out.
+// "N pass, N fail, N error, N aborted, N unknown" of the test cases left out.
 std::string leftOutCounts(const RunReport& report) {
     std::string out;
-    for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Error, Verdict::Unknown}) {
+    for (Verdict v : kVerdictOrder) {
         out += (out.empty() ? "" : ", ") + std::to_string(report.leftOut[static_cast<int>(v)]) + " " +
                verdictName(v);
     }
@@ -55,8 +55,12 @@ std::string attr(const char* name, const std::string& value) {
     return std::string(" ") + name + "=\"" + xmlEscape(value, true) + "\"";
 }
 
-// 20261121_103000 as 2026-11-21T10:30:00; "" for a stamp of another form.
-std::string isoTime(const std::string& stamp) {
+// JUnit's timestamp (its schema allows no zone): the run's start in UTC without
+// its "Z"; without a record, the stamp 20261121_103000 as 2026-11-21T10:30:00.
+std::string junitTimestamp(const RunReport& report) {
+    const std::string& start = report.run.start;
+    if (start.size() == 20 && start.back() == 'Z') return start.substr(0, 19);
+    const std::string& stamp = report.stamp;
     if (stamp.size() != 15 || stamp[8] != '_') return "";
     for (size_t i = 0; i < stamp.size(); i++) {
         if (i != 8 && (stamp[i] < '0' || stamp[i] > '9')) return "";
@@ -106,18 +110,19 @@ class LavaNames {
 std::string runLine(const RunReport& report) {
     const RunFacts& run = report.run;
     if (!run.present) {
-        return "run: no run record beside the archive (an older build): verdicts from the plan's "
+        return "run: no run record " + oneLine(run.recordPath) +
+               " beside the archive (an older build, or it was not copied): verdicts from the plan's "
                "counters alone\n";
     }
     std::string cause = run.endCause.empty() ? "not ended" :
-                        run.endCause == "runAbort" ? "aborted (runAbort)" :
-                        run.endCause == "runFinished" ? "finished by a client (runFinished)" :
+                        run.endCause == kCauseRunAbort ? "aborted (runAbort)" :
+                        run.endCause == kCauseRunFinished ? "finished by a client (runFinished)" :
                         "the executor ended by itself";
     std::string out = "run: started " + oneLine(run.start) + ", " + cause +
                       (run.duration >= 0 ? " after " + std::to_string(run.duration) + " s" : "") +
                       "; executor starts " + std::to_string(run.executorStarts) + ", boots " +
                       std::to_string(run.bootCount);
-    if (!run.error.empty()) out += "; error: the executor ended with " + oneLine(run.error);
+    if (run.unplannedBoots > 0) out += " (" + std::to_string(run.unplannedBoots) + " unplanned)";
     return out + "\n";
 }
 
@@ -147,8 +152,9 @@ std::string xmlEscape(const std::string& text, bool attribute) {
 }
 
 std::string reportText(const RunReport& report) {
-    std::string out = "Ostrel run " + oneLine(report.stamp) + " (" + oneLine(report.archive) +
-                      "): " + verdictName(overallVerdict(report)) + "\n" + runLine(report);
+    std::string out = "Ostrel run " + oneLine(report.stamp) + " (" + oneLine(report.archive) + ")\n" +
+                      runLine(report);
+    for (const RunFinding& f : report.findings) out += "run " + std::string(verdictName(f.verdict)) + ": " + oneLine(f.reason) + "\n";
     char row[160];
     snprintf(row, sizeof(row), "%-8s %-7s %9s %9s  %s\n", "VERDICT", "KIND", "REACHED", "TARGET",
              "TEST CASE [COMMAND]");
@@ -181,12 +187,14 @@ std::string reportText(const RunReport& report) {
                std::to_string(report.logTail.size()) + " line(s):\n";
         for (const auto& line : report.logTail) out += "  " + oneLine(line) + "\n";
     }
-    out += "result: " + std::string(verdictName(overallVerdict(report))) + " (" +
-           std::to_string(countOf(report, Verdict::Pass)) + " pass, " +
-           std::to_string(countOf(report, Verdict::Fail)) + " fail, " +
-           std::to_string(countOf(report, Verdict::Error)) + " error, " +
-           std::to_string(countOf(report, Verdict::Unknown)) + " unknown)\n";
-    return out;
+    // The verdict comes last, after everything that explains it.
+    Verdict verdict = runVerdict(report);
+    if (verdict != Verdict::Pass) out += "why: " + oneLine(runReason(report)) + "\n";
+    std::string counts;
+    for (Verdict v : kVerdictOrder) {
+        counts += (counts.empty() ? "" : ", ") + std::to_string(countOf(report, v)) + " " + verdictName(v);
+    }
+    return out + "result: " + verdictName(verdict) + " (" + counts + ")\n";
 }
 
 std::string reportJson(const RunReport& report) {
@@ -196,13 +204,25 @@ std::string reportJson(const RunReport& report) {
     w.StartObject();
     w.Key("archive"); writeClean(w, report.archive);
     w.Key("stamp"); writeClean(w, report.stamp);
-    w.Key("verdict"); w.String(verdictName(overallVerdict(report)));
+    w.Key("verdict"); w.String(verdictName(runVerdict(report)));
+    w.Key("reason"); writeClean(w, runReason(report));
+    w.Key("device"); writeClean(w, deviceOf(report));
     w.Key("counts");
     w.StartObject();
-    for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Error, Verdict::Unknown}) {
+    for (Verdict v : kVerdictOrder) {
         w.Key(verdictName(v)); w.Uint64(countOf(report, v));
     }
     w.EndObject();
+    w.Key("findings");
+    w.StartArray();
+    for (const RunFinding& f : report.findings) {
+        w.StartObject();
+        w.Key("verdict"); w.String(verdictName(f.verdict));
+        w.Key("name"); writeClean(w, f.name);
+        w.Key("reason"); writeClean(w, f.reason);
+        w.EndObject();
+    }
+    w.EndArray();
     w.Key("testcases");
     w.StartArray();
     for (const auto& c : report.cases) {
@@ -223,7 +243,7 @@ std::string reportJson(const RunReport& report) {
     w.Key("testcases_left_out");
     w.StartObject();
     w.Key("count"); w.Uint64(leftOutCount(report));
-    for (Verdict v : {Verdict::Pass, Verdict::Fail, Verdict::Error, Verdict::Unknown}) {
+    for (Verdict v : kVerdictOrder) {
         w.Key(verdictName(v)); w.Uint64(report.leftOut[static_cast<int>(v)]);
     }
     w.EndObject();
@@ -234,6 +254,7 @@ std::string reportJson(const RunReport& report) {
     w.Key("lines"); writeLines(w, report.crashLines);
     w.Key("lines_left_out"); w.Uint64(linesLeftOut(report));
     w.Key("verdict"); w.String(verdictName(historyVerdict(report)));
+    w.Key("reason"); writeClean(w, historyReason(report));
     w.EndObject();
     w.Key("executor_log");
     w.StartObject();
@@ -245,6 +266,8 @@ std::string reportJson(const RunReport& report) {
     w.Key("run");
     w.StartObject();
     w.Key("record"); w.Bool(run.present);
+    w.Key("record_path"); writeClean(w, run.recordPath);
+    w.Key("run_id"); writeClean(w, run.runId);
     w.Key("start"); writeClean(w, run.start);
     w.Key("end"); writeClean(w, run.end);
     w.Key("duration"); run.duration >= 0 ? w.Int64(run.duration) : w.Null();
@@ -255,6 +278,7 @@ std::string reportJson(const RunReport& report) {
     w.Key("executor_starts"); w.Uint64(run.executorStarts);
     w.Key("executor_ends"); writeLines(w, run.executorEnds);
     w.Key("boot_count"); w.Uint64(run.bootCount);
+    w.Key("unplanned_boots"); w.Uint64(run.unplannedBoots);
     w.Key("boots"); writeLines(w, run.boots);
     w.Key("device");
     w.StartObject();
@@ -268,75 +292,87 @@ std::string reportJson(const RunReport& report) {
     return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
 
-// A test case's classname is the same in every run (its kind); the run's stamp is
-// in the suite's name and its properties.
+// A JUnit classname part: letters, digits, '-' and '_' ('.' separates parts).
+std::string classPart(const std::string& text) {
+    std::string out;
+    for (char c : cleanText(text)) {
+        bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-';
+        out += ok ? c : '_';
+    }
+    return out;
+}
+
+// One <testcase>: its verdict as JUnit's element (none for a pass), with the
+// reason as the message and |type| as the type.
+std::string junitCase(const std::string& classname, const std::string& name, int64_t seconds, Verdict v,
+                      const std::string& reason, const std::string& type, const std::string& systemOut) {
+    std::string out = "    <testcase" + attr("classname", classname) + attr("name", name) +
+                      attr("time", std::to_string(seconds)) + ">\n";
+    std::string element = junitElement(v);
+    if (!element.empty()) {
+        out += "      <" + element + attr("message", reason) + (element == "skipped" ? "" : attr("type", type)) + "/>\n";
+    }
+    return out + "      <system-out>" + xmlEscape(systemOut, false) + "</system-out>\n    </testcase>\n";
+}
+
+// A test case's classname is "ostrel.<device>.<kind>": the same for the same
+// test case of a device in every run; the run's stamp is in the suite's name
+// and its properties.
 std::string junitSuite(const RunReport& report) {
     const RunFacts& run = report.run;
-    // The counts are of the elements: test cases left out stand as one, which
-    // fails when any of them fails or errs.
-    bool leftOutFailed = report.leftOut[static_cast<int>(Verdict::Fail)] +
-                         report.leftOut[static_cast<int>(Verdict::Error)] > 0;
-    auto shown = [&](Verdict v) {
-        uint64_t n = countOf(report, v) - report.leftOut[static_cast<int>(v)];
-        return std::to_string(n + (v == Verdict::Fail && leftOutFailed ? 1 : 0));
+    std::string device = deviceOf(report);
+    std::string prefix = "ostrel." + (device.empty() ? "" : classPart(device) + ".");
+    std::string body;
+    uint64_t tests = 0, elements[kVerdictCount] = {};
+    auto add = [&](const std::string& kind, const std::string& name, int64_t seconds, Verdict v,
+                   const std::string& reason, const std::string& type, const std::string& systemOut) {
+        tests++;
+        elements[static_cast<int>(v)]++;
+        body += junitCase(prefix + kind, name, seconds, v, reason, type, systemOut);
     };
-    size_t tests = report.cases.size() + 1 + (leftOutCount(report) > 0 ? 1 : 0);
-    std::string counts = attr("tests", std::to_string(tests)) + attr("failures", shown(Verdict::Fail)) +
-                         attr("errors", shown(Verdict::Error)) + attr("skipped", shown(Verdict::Unknown));
-    std::string duration = std::to_string(run.duration >= 0 ? run.duration : 0);
-    std::string out;
-    std::string when = isoTime(report.stamp);
-    out += "  <testsuite" + attr("name", "QAV" + report.stamp) + counts + attr("time", duration) +
-           (when.empty() ? "" : attr("timestamp", when)) + ">\n    <properties>\n";
+    for (const RunFinding& f : report.findings) add("run", f.name, 0, f.verdict, f.reason, f.name, f.reason);
+    for (const auto& c : report.cases) {
+        std::string type = c.verdict == Verdict::Aborted ? "aborted" :
+                           c.verdict == Verdict::Error && !run.error.empty() ? run.error : kindName(c.kind);
+        add(kindName(c.kind), c.id, c.kind == Kind::ByTime ? c.reached : 0, c.verdict, c.reason, type,
+            "command: " + c.command + "\n" + c.reason);
+    }
+    if (leftOutCount(report) > 0) {
+        add("left_out", std::to_string(leftOutCount(report)) + " more test cases", 0, leftOutVerdict(report),
+            leftOutLine(report),
+            "left_out", leftOutLine(report));
+    }
+    std::string leftOutLines = linesLeftOut(report) == 0 ? "" :
+            "... " + std::to_string(linesLeftOut(report)) + " more line(s) left out of this report\n";
+    add("history", kHistoryName, 0, historyVerdict(report), historyReason(report), "crash",
+        joinLines(report.crashLines) + leftOutLines);
+    auto count = [&](const char* element) {
+        uint64_t n = 0;
+        for (Verdict v : kVerdictOrder) n += std::string(junitElement(v)) == element ? elements[static_cast<int>(v)] : 0;
+        return std::to_string(n);
+    };
+    std::string out = "  <testsuite" + attr("name", "QAV" + report.stamp) + attr("tests", std::to_string(tests)) +
+                      attr("failures", count("failure")) + attr("errors", count("error")) +
+                      attr("skipped", count("skipped")) + attr("time", std::to_string(std::max<int64_t>(run.duration, 0)));
+    std::string when = junitTimestamp(report);
+    out += (when.empty() ? "" : attr("timestamp", when)) + ">\n    <properties>\n";
     auto property = [&](const std::string& name, const std::string& value) {
         out += "      <property" + attr("name", name) + attr("value", value) + "/>\n";
     };
     property("archive", report.archive);
     property("stamp", report.stamp);
+    property("verdict", verdictName(runVerdict(report)));
     property("run_record", run.present ? "yes" : "no");
+    if (!device.empty()) property("device", device);
     if (run.present) {
+        property("run_id", run.runId);
+        property("start", run.start);
         property("end_cause", run.endCause);
         property("plan_sha256", run.planDigest);
         property("configuration", run.configuration);
         for (const auto& [key, value] : run.device) property("device." + key, value);
     }
-    out += "    </properties>\n";
-    for (const auto& c : report.cases) {
-        int64_t seconds = c.kind == Kind::ByTime ? c.reached : 0;
-        out += "    <testcase" + attr("classname", std::string("ostrel.") + kindName(c.kind)) +
-               attr("name", c.id) + attr("time", std::to_string(seconds)) + ">\n";
-        if (c.verdict == Verdict::Fail) {
-            out += "      <failure" + attr("message", c.reason) + attr("type", kindName(c.kind)) +
-                   "/>\n";
-        } else if (c.verdict == Verdict::Error) {
-            out += "      <error" + attr("message", c.reason) + attr("type", run.error) + "/>\n";
-        } else if (c.verdict == Verdict::Unknown) {
-            out += "      <skipped" + attr("message", c.reason) + "/>\n";
-        }
-        out += "      <system-out>" + xmlEscape("command: " + c.command + "\n" + c.reason, false) +
-               "</system-out>\n    </testcase>\n";
-    }
-    if (leftOutCount(report) > 0) {
-        out += "    <testcase" + attr("classname", "ostrel.left_out") +
-               attr("name", std::to_string(leftOutCount(report)) + " more test cases") + attr("time", "0") +
-               ">\n";
-        if (leftOutFailed) out += "      <failure" + attr("message", leftOutLine(report)) + attr("type", "left_out") + "/>\n";
-        out += "      <system-out>" + xmlEscape(leftOutLine(report), false) + "</system-out>\n    </testcase>\n";
-    }
-    out += "    <testcase" + attr("classname", "ostrel.history") + attr("name", kHistoryName) +
-           attr("time", "0") + ">\n";
-    if (historyVerdict(report) == Verdict::Fail) {
-        out += "      <failure" +
-               attr("message", std::to_string(report.crashLineCount) +
-                                       " crash-history line(s) collected during the run") +
-               attr("type", "crash") + "/>\n";
-    } else if (historyVerdict(report) == Verdict::Unknown) {
-        out += "      <skipped" + attr("message", "no history copy beside the archive or in it") + "/>\n";
-    }
-    std::string leftOutLines = linesLeftOut(report) == 0 ? "" :
-            "... " + std::to_string(linesLeftOut(report)) + " more line(s) left out of this report\n";
-    out += "      <system-out>" + xmlEscape(joinLines(report.crashLines) + leftOutLines, false) +
-           "</system-out>\n    </testcase>\n";
+    out += "    </properties>\n" + body;
     out += "    <system-out>" +
            xmlEscape(runLine(report) + "executor log: " + std::to_string(report.logSize) +
                              " bytes, last lines:\n" + joinLines(report.logTail),
@@ -372,9 +408,7 @@ std::vector<std::vector<std::string>> lavaCalls(const RunReport& report) {
     std::vector<std::vector<std::string>> calls;
     calls.push_back({"lava-test-set", "start", names.make("QAV" + report.stamp)});
     auto call = [&](const std::string& name, Verdict v, int64_t value, const char* units) {
-        // LAVA has no "error": an error is a fail.
-        std::vector<std::string> words = {"lava-test-case", name, "--result",
-                                          v == Verdict::Error ? "fail" : verdictName(v)};
+        std::vector<std::string> words = {"lava-test-case", name, "--result", lavaResult(v)};
         if (units != nullptr) {
             words.insert(words.end(), {"--measurement", std::to_string(value), "--units", units});
         }
@@ -384,12 +418,9 @@ std::vector<std::vector<std::string>> lavaCalls(const RunReport& report) {
         call(names.make(c.name), c.verdict, c.reached, c.counted ? unitName(c.kind) : nullptr);
     }
     if (leftOutCount(report) > 0) {
-        bool failed = report.leftOut[static_cast<int>(Verdict::Fail)] +
-                      report.leftOut[static_cast<int>(Verdict::Error)] > 0;
-        call(names.make("left_out"), failed ? Verdict::Fail : Verdict::Pass,
-             static_cast<int64_t>(leftOutCount(report)), "testcases");
+        call(names.make("left_out"), leftOutVerdict(report), static_cast<int64_t>(leftOutCount(report)), "testcases");
     }
-    if (!report.run.error.empty()) call(names.make("executor " + report.run.error), Verdict::Fail, 0, nullptr);
+    for (const RunFinding& f : report.findings) call(names.make(f.name), f.verdict, 0, nullptr);
     call(historyName, historyVerdict(report), static_cast<int64_t>(report.crashLineCount), "lines");
     calls.push_back({"lava-test-set", "stop"});
     return calls;

@@ -1,7 +1,7 @@
 // ostrelctl report, the plan: the archived plan read as a stream of JSON events,
 // one test case at a time, so that memory follows what is shown and not what the
 // archive declares (a plan of a million test cases is a few MiB of counts). Each
-// test case is judged as the planner counts it, then with the run record.
+// test case is judged by the verdict model with its counters and the run record.
 #include <rapidjson/reader.h>
 
 #include <cstring>
@@ -11,8 +11,6 @@
 #include "Report.h"
 
 namespace ostrel_report {
-
-namespace core = ::vendor::brevane::hardware::ostrel::core;
 
 namespace {
 
@@ -25,28 +23,23 @@ const char* const kCaseKeys[] = {
         core::plankey::kTargetRound,
 };
 
-// A test case judged as the planner counts it: time and boots against their
-// targets; other round-based test cases are the executor's alone.
-CaseReport judgeCase(const rapidjson::Value& tc, int64_t index) {
+// A test case's size and counters as the planner keeps them: time and boots
+// are counted against their targets; other round-based test cases are the
+// executor's alone.
+CaseReport countersOf(const rapidjson::Value& tc, int64_t index) {
     core::TestcaseRecord record = core::readTestcase(tc);
     CaseReport c;
     c.name = shownText(record.name ? record.name : "test case " + std::to_string(index));
     c.command = shownText(record.command ? record.command : "");
     c.kind = core::countingOf(record);
     c.counted = c.kind != Kind::ByExecutor;
+    c.value = record.value;
     c.target = core::targetOf(record);
-    if (!c.counted) {
+    if (c.counted) {
+        c.reached = core::currentOf(record);
+    } else {
         c.asked = c.target - record.currentRound;
-        c.verdict = Verdict::Unknown;
-        c.reason = "rounds are run out by the executor and not counted; " +
-                   std::to_string(c.asked) + " asked";
-        return c;
     }
-    c.reached = core::currentOf(record);
-    bool reached = c.reached >= c.target;
-    c.verdict = reached ? Verdict::Pass : Verdict::Fail;
-    c.reason = std::string(reached ? "reached " : "stopped at ") + std::to_string(c.reached) +
-               " of " + std::to_string(c.target) + " " + unitName(c.kind);
     return c;
 }
 
@@ -163,8 +156,8 @@ class PlanReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, PlanRe
 }  // namespace
 
 CaseReport judgeTestcase(const rapidjson::Value& tc, int64_t index, const RunFacts& run) {
-    CaseReport c = judgeCase(tc, index);
-    if (run.present) judgeWithRecord(run, &c);
+    CaseReport c = countersOf(tc, index);
+    judgeCase(run, &c);
     return c;
 }
 

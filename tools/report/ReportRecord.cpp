@@ -1,6 +1,7 @@
 // ostrelctl report, the run record: QAV<stamp>.run.json beside the archive tells
 // how the run ended, which the plan's counters alone cannot. Read as untrusted
-// input (bounded, regular files only); the verdicts are judged again with it.
+// input (bounded, regular files only), with the record's own format (its keys,
+// end causes and signal names) from the core.
 #include <fcntl.h>
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
@@ -16,6 +17,8 @@
 #include "Report.h"
 
 namespace ostrel_report {
+
+namespace key = core::runrecord;
 
 namespace {
 
@@ -36,22 +39,35 @@ const rapidjson::Value* member(const rapidjson::Value& v, const char* key) {
     return it != v.MemberEnd() ? &it->value : nullptr;
 }
 
-// 2026-11-24T05:31:00Z as seconds since the epoch, -1 for anything else.
-int64_t utcSeconds(const std::string& text) {
-    struct tm tm = {};
-    const char* end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &tm);
-    if (end == nullptr || *end != '\0') return -1;
-    return static_cast<int64_t>(timegm(&tm));
+// How an executor ended: "exit N" or a signal's name ("" when no end was
+// seen), and its signal number (0 for none). The number judges; a record that
+// has only the name (an older build) is judged by the name.
+struct ExecutorEnd {
+    std::string name;
+    int signal = 0;
+};
+
+ExecutorEnd endOf(const rapidjson::Value& executor) {
+    const rapidjson::Value* end = member(executor, key::kEnd);
+    if (end == nullptr || !end->IsObject()) return {};
+    const rapidjson::Value* number = member(*end, key::kSignalNumber);
+    if (number && number->IsInt() && number->GetInt() > 0) {
+        return {key::signalName(number->GetInt()), number->GetInt()};
+    }
+    std::string signal = str(*end, key::kSignal);
+    if (!signal.empty()) return {signal, -1};
+    const rapidjson::Value* code = member(*end, key::kExit);
+    return {code && code->IsInt() ? "exit " + std::to_string(code->GetInt()) : ""};
 }
 
-// "exit N", a signal's name, or "" when no end was seen.
-std::string endOf(const rapidjson::Value& executor) {
-    const rapidjson::Value* end = member(executor, "end");
-    if (end == nullptr || !end->IsObject()) return "";
-    std::string signal = str(*end, "signal");
-    if (!signal.empty()) return signal;
-    const rapidjson::Value* code = member(*end, "exit");
-    return code && code->IsInt() ? "exit " + std::to_string(code->GetInt()) : "";
+// Why |end| is an error of the run ("" when it is none): any signal the service
+// did not send (it ends a run with SIGTERM, then SIGKILL) and any status not 0.
+std::string errorOf(const ExecutorEnd& end, bool serviceEnded) {
+    if (end.name.empty() || end.name == "exit 0") return "";
+    if (end.signal == 0) return "exited with status " + end.name.substr(5);
+    if (serviceEnded && (end.name == "SIGTERM" || end.name == "SIGKILL")) return "";
+    std::string number = end.signal > 0 ? " (signal " + std::to_string(end.signal) + ")" : "";
+    return "was killed by " + end.name + number + ", a signal the service did not send";
 }
 
 bool readRecordText(const std::string& path, std::string* text, std::string* error) {
@@ -81,29 +97,11 @@ bool readRecordText(const std::string& path, std::string* text, std::string* err
 
 }  // namespace
 
-void judgeWithRecord(const RunFacts& run, CaseReport* c) {
-    bool byItself = run.endCause == "executor";
-    bool lastExitedZero = byItself && run.executorStarts > 0 && run.lastEnd == "exit 0";
-    if (c->target == 0) {
-        c->verdict = Verdict::Fail;
-        c->reason = "no target: a size of 0 is never reached";
-    } else if (c->counted && c->reached >= c->target) {
-        return;
-    } else if (!run.error.empty()) {
-        c->verdict = Verdict::Error;
-        c->reason = "the executor ended with " + run.error + "; " + c->reason;
-    } else if (!c->counted && lastExitedZero) {
-        c->verdict = Verdict::Pass;
-        c->reason = std::to_string(c->asked) + " rounds asked; the executor ran them and exited 0";
-    } else if (run.endCause == "runAbort") {
-        c->reason += " (the run was aborted)";
-    }
-}
-
 bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string* error) {
     std::string path = archivePath;
     if (path.size() > 4 && path.compare(path.size() - 4, 4, ".zip") == 0) path.resize(path.size() - 4);
     path += ".run.json";
+    facts->recordPath = cleanText(path);
     std::string text;
     if (!readRecordText(path, &text, error)) return false;
     if (text.empty()) return true;
@@ -115,53 +113,61 @@ bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string*
     }
     RunFacts& run = *facts;
     run.present = true;
-    const rapidjson::Value* start = member(doc, "start");
-    const rapidjson::Value* end = member(doc, "end");
-    run.start = start ? str(*start, "time") : "";
-    run.planDigest = start ? str(*start, "plan_sha256") : "";
-    run.end = end ? str(*end, "time") : "";
-    run.endCause = end ? str(*end, "cause") : "";
-    int64_t from = utcSeconds(run.start), to = utcSeconds(run.end);
+    run.runId = str(doc, key::kRunId);
+    const rapidjson::Value* start = member(doc, key::kStart);
+    const rapidjson::Value* end = member(doc, key::kEnd);
+    run.start = start ? str(*start, key::kTime) : "";
+    run.planDigest = start ? str(*start, key::kPlanSha256) : "";
+    run.end = end ? str(*end, key::kTime) : "";
+    run.endCause = end ? str(*end, key::kCause) : "";
+    int64_t from = key::utcSeconds(run.start), to = key::utcSeconds(run.end);
     run.startSeconds = from;
     run.duration = from >= 0 && to >= from ? to - from : -1;
-    if (const rapidjson::Value* config = member(doc, "configuration"); config && config->IsObject()) {
-        if (const rapidjson::Value* words = member(*config, "words"); words && words->IsArray()) {
+    if (const rapidjson::Value* config = member(doc, key::kConfiguration); config && config->IsObject()) {
+        if (const rapidjson::Value* words = member(*config, key::kWords); words && words->IsArray()) {
             for (const auto& w : words->GetArray()) {
                 if (w.IsString()) run.configuration += (run.configuration.empty() ? "" : " ") + std::string(w.GetString());
             }
         }
-        if (const rapidjson::Value* list = member(*config, "list"); list && (list->IsObject() || list->IsNull())) {
+        if (const rapidjson::Value* list = member(*config, key::kList); list && (list->IsObject() || list->IsNull())) {
             rapidjson::StringBuffer buffer;
             rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
             list->Accept(writer);
             run.configurationList.assign(buffer.GetString(), buffer.GetSize());
         }
-        const rapidjson::Value* status = member(*config, "exit_status");
+        const rapidjson::Value* status = member(*config, key::kExitStatus);
         run.configuration += " (exit " + std::to_string(status && status->IsInt() ? status->GetInt() : -1) + ")";
     }
-    if (const rapidjson::Value* device = member(doc, "device"); device && device->IsObject()) {
+    if (const rapidjson::Value* device = member(doc, key::kDevice); device && device->IsObject()) {
         for (const auto& m : device->GetObject()) {
             if (m.value.IsString() && run.device.size() < kShownLines) {
                 run.device.emplace_back(shownText(m.name.GetString()), shownText(m.value.GetString()));
             }
         }
     }
-    bool serviceEnded = run.endCause == "runAbort" || run.endCause == "runFinished";
-    if (const rapidjson::Value* list = member(doc, "executors"); list && list->IsArray()) {
+    bool serviceEnded = run.endCause == kCauseRunAbort || run.endCause == kCauseRunFinished;
+    if (const rapidjson::Value* list = member(doc, key::kExecutors); list && list->IsArray()) {
         for (const auto& e : list->GetArray()) {
-            std::string how = endOf(e);
-            if (run.executorEnds.size() < kShownLines) run.executorEnds.push_back(how);
+            ExecutorEnd how = endOf(e);
+            if (run.executorEnds.size() < kShownLines) run.executorEnds.push_back(how.name);
             run.executorStarts++;
-            run.lastEnd = how;
-            bool byService = serviceEnded && (how == "SIGTERM" || how == "SIGKILL");
-            bool inError = !how.empty() && how != "exit 0" && !byService;
-            if (inError && run.error.empty()) run.error = how;
+            run.lastEnd = how.name;
+            std::string error = errorOf(how, serviceEnded);
+            if (!error.empty() && run.error.empty()) {
+                run.error = how.name;
+                run.errorText = error;
+            }
         }
     }
-    if (const rapidjson::Value* boots = member(doc, "boots"); boots && boots->IsArray()) {
+    if (const rapidjson::Value* boots = member(doc, key::kBoots); boots && boots->IsArray()) {
         for (const auto& b : boots->GetArray()) {
-            if (run.boots.size() < kShownLines) run.boots.push_back(str(b, "time"));
+            if (run.boots.size() < kShownLines) run.boots.push_back(str(b, key::kTime));
             run.bootCount++;
+            // A boot of an older record, without the mark, counts as planned.
+            const rapidjson::Value* planned = member(b, key::kPlanned);
+            if (planned && planned->IsFalse() && run.unplannedBoots++ == 0) {
+                run.firstUnplannedBoot = str(b, key::kTime);
+            }
         }
     }
     return true;
