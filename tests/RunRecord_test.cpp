@@ -14,12 +14,20 @@ using namespace ostrel_test;
 
 namespace {
 
-rapidjson::Document recordAt(const std::string& path) {
+rapidjson::Document parsed(const std::string& text) {
     rapidjson::Document doc;
-    std::string text = readFile(path);
     doc.Parse(text.c_str());
-    EXPECT_TRUE(doc.IsObject()) << path << ": " << text;
+    EXPECT_TRUE(doc.IsObject()) << text;
     return doc;
+}
+
+rapidjson::Document recordAt(const std::string& path) {
+    return parsed(readFile(path));
+}
+
+// The record as the live journal makes it.
+rapidjson::Document liveRecord() {
+    return parsed(foldJournal(kRunJournalFile));
 }
 
 std::unique_ptr<OstrelFSM> machine(std::chrono::milliseconds tick) {
@@ -44,7 +52,7 @@ TEST(RunRecord, ExecutorEndedBySignalAndTheRunsEndBesideTheResult) {
     EXPECT_EQ(zipEntries(names[1].str() + ".zip"),
               (std::vector<std::string>{"qav/data/", "qav/data/db_history", "qav/data/ostreldata.txt",
                                         "qav/kelbrun/", "qav/kelbrun/kelbrun_log.txt"}));
-    EXPECT_FALSE(fileExists(kRunRecordFile));
+    EXPECT_FALSE(fileExists(kRunJournalFile));
     rapidjson::Document r = recordAt(names[1].str() + ".run.json");
     ASSERT_EQ(r["executors"].Size(), 1u);
     const rapidjson::Value& exe = r["executors"][0];
@@ -79,7 +87,7 @@ TEST(RunRecord, ExecutorEndAndBootsSurviveARestart) {
     ASSERT_TRUE(m->sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
     EXPECT_FALSE(fileExists(side));
     ASSERT_TRUE(m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
-    rapidjson::Document r = recordAt(kRunRecordFile);
+    rapidjson::Document r = liveRecord();
     ASSERT_EQ(r["executors"].Size(), 2u);
     EXPECT_EQ(r["executors"][0]["end"]["exit"].GetInt(), 3);
     EXPECT_EQ(r["boots"].Size(), 1u);
@@ -91,5 +99,5 @@ TEST(RunRecord, ExecutorEndAndBootsSurviveARestart) {
     ASSERT_FALSE(answer(*m, GET_RESULT).empty());
     ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
     m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
-    EXPECT_EQ(recordAt(kRunRecordFile)["start"]["plan_sha256"].GetString(), digest);
+    EXPECT_EQ(liveRecord()["start"]["plan_sha256"].GetString(), digest);
 }

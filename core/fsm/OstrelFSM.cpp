@@ -23,6 +23,8 @@ OstrelFSM::OstrelFSM(ReplyLogSink* owner)
     // without a clock the fixed seed makes those names repeat across starts.
     time_t now = time(nullptr);
     srandom(now == static_cast<time_t>(-1) ? 0xCAFEBABAu : static_cast<unsigned>(now));
+    // The record is written before the plan; what a kill left it ahead of is marked.
+    record.reconcile(data.getRunStart(), data.getRunFinished(), bootRoundsCounted());
 }
 
 OstrelFSM::~OstrelFSM() {
@@ -58,8 +60,8 @@ void OstrelFSM::enterEvent() {
     data.holdWrites();
 }
 
-// At the end of the outermost event the plan is written once, ended
-// supervisors are reaped, and the threads of an ended run are joined: monitors
+// At the end of the outermost event the plan is written once (after the run
+// record's lines of the event), ended supervisors are reaped, and the threads of an ended run are joined: monitors
 // at once (within a bound), so that their last passes end before another event
 // can clear or move the history copy; tick threads, which may be waiting for the
 // event lock, are handed out to be joined after it is released. A thread never

@@ -68,6 +68,9 @@ class OstrelFSM {
     // True when a selected boot test of the live run is short of its target: a
     // boot now is one the plan asked for.
     bool bootTestWaiting();
+    // The rounds the selected boot tests have counted, which a boot in the run
+    // record must not exceed.
+    int bootRoundsCounted();
     bool resetRunningTestcasesTick();
 
     // The end of a run in RUNNING: persists the finished flag, terminates the

@@ -70,9 +70,11 @@ bool OstrelFSM::completing(PlannerEvent event, char*, char*, int, long buf_fp) {
                      483);
     }
 
+    // The record first: every archive packed of the run has it beside, also one
+    // packed again after a kill.
+    record.writeBeside(zipfilename);
     packResults(zipfilename);
     bool saved = saveDBHistory(hisfilename);
-    record.moveBeside(zipfilename);
     if (out != nullptr && saved) {
         // The archive is named whether or not packing succeeded; the history decides.
         int n = fprintf(out, "%s, %s", zipfilename, hisfilename);

@@ -93,6 +93,15 @@ bool OstrelFSM::bootTestWaiting() {
     return false;
 }
 
+int OstrelFSM::bootRoundsCounted() {
+    int count = data.getTestcasesLength(), rounds = 0;
+    for (int i = 0; i < count; i++) {
+        Testcase tc = data.getTestcase(i);
+        if (tc.isSelect && countingOf(tc) == Counting::ByBoots) rounds += tc.currentRound;
+    }
+    return rounds;
+}
+
 // Applies only to a run that has finished, and covers every test case.
 bool OstrelFSM::resetRunningTestcasesTick() {
     if (!data.getRunStart() || !data.getRunFinished()) return true;

@@ -32,7 +32,7 @@ bool OstrelFSM::running(PlannerEvent event, char*, char*, int value, long buf_fp
             if (live()) {
                 bool planned = bootTestWaiting();
                 updateRunningTestcasesTick(0, true);
-                record.bootCounted(planned);
+                record.bootCounted(planned, bootRoundsCounted());
                 sendEvent(RUN_START, nullptr, nullptr, 0, 0);
             } else if (data.getRunStart() && data.getRunFinished()) {
                 // A restart came between the end's two writes: the run had ended.

@@ -1,5 +1,6 @@
-// The run record: kept in memory as a JSON document, written with a temporary
-// file, fsync and rename, so that a kill leaves the old or the new record.
+// The run record: each step a line appended to the run's journal and flushed
+// at once (one write, one fsync, the size of the line), folded into the record
+// handed out at getResult.
 #include "RunRecord.h"
 
 #include <dirent.h>
@@ -30,11 +31,18 @@ namespace key = runrecord;
 
 namespace {
 
-constexpr const char* kRecordTemp = "/data/vendor/qav/run/record.json.new";
+constexpr const char* kJournalTemp = "/data/vendor/qav/run/record.journal.new";
 constexpr const char* kConfigFile = "/data/vendor/qav/run/configuration.json";
 constexpr const char* kConfigTemp = "/data/vendor/qav/run/configuration.json.new";
+// Where the records handed out go (beside the archives); a kill may leave a
+// temporary one there.
+constexpr const char* kResultsDir = "/data/vendor/qav/results";
 constexpr const char* kSideFilePrefix = "executor.";
 constexpr const char* kSideFileSuffix = ".end";
+constexpr const char* kTempSuffix = ".new";
+constexpr const char* kSideTempSuffix = ".tmp";
+
+using Value = rapidjson::Value;
 
 std::string readSmallFile(const std::string& path) {
     std::ifstream in(path);
@@ -48,7 +56,6 @@ std::string bootId() {
     while (!id.empty() && (id.back() == '\n' || id.back() == ' ')) id.pop_back();
     return id;
 }
-
 
 std::string hexOf(const unsigned char* bytes, size_t size) {
     static const char* kHex = "0123456789abcdef";
@@ -71,11 +78,33 @@ std::string utcNow() {
 }
 
 // 16 random bytes as 32 hex digits: the run's id, the same in every record
-// packed of the run.
+// handed out of the run.
 std::string randomRunId() {
     unsigned char bytes[16] = {};
     if (getrandom(bytes, sizeof(bytes), 0) != static_cast<ssize_t>(sizeof(bytes))) return "";
     return hexOf(bytes, sizeof(bytes));
+}
+
+std::string textOf(const Value& value) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    value.Accept(writer);
+    return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+bool endsWith(const char* name, const char* tail) {
+    size_t n = strlen(name), t = strlen(tail);
+    return n >= t && strcmp(name + n - t, tail) == 0;
+}
+
+// Each entry of |dir| whose name ends with |tail| (and starts with |head|).
+template <typename F>
+void eachFile(const char* dir, const char* head, const char* tail, F f) {
+    DIR* d = opendir(dir);
+    while (struct dirent* e = d ? readdir(d) : nullptr) {
+        if (strncmp(e->d_name, head, strlen(head)) == 0 && endsWith(e->d_name, tail)) f(e->d_name);
+    }
+    if (d) closedir(d);
 }
 
 // Async-signal-safe text building for the supervisor: |text| or the decimal
@@ -103,11 +132,22 @@ void sideFilePath(char* out, pid_t pid, const char* suffix) {
     *appendText(p, suffix) = '\0';
 }
 
+rapidjson::Document lineOf(const char* event) {
+    rapidjson::Document line(rapidjson::kObjectType);
+    line.AddMember(rapidjson::StringRef(journal::kEvent), rapidjson::StringRef(event), line.GetAllocator());
+    return line;
+}
+
+void addText(rapidjson::Document& line, const char* name, const std::string& text) {
+    auto& a = line.GetAllocator();
+    line.AddMember(rapidjson::StringRef(name), Value(text.c_str(), static_cast<rapidjson::SizeType>(text.size()), a), a);
+}
+
 }  // namespace
 
 RunRecord::RunRecord() {
-    std::string text = readSmallFile(kRunRecordFile);
-    if (!parseJsonText(doc, text.c_str(), text.size()) || !doc.IsObject()) doc.SetNull();
+    removeLeftovers();
+    readState();
     foldSideFiles();
 }
 
@@ -115,62 +155,129 @@ void RunRecord::error(const char* fmt, const char* what, int err) {
     formatDiagnostic("ostrel.core.fsm", __FILE__, fmt, what, err, strerror(err));
 }
 
+// Temporary files of writes a kill cut short: none is ever read.
+void RunRecord::removeLeftovers() {
+    eachFile(kRunRecordDir, "", kTempSuffix, [](const char* name) {
+        unlink((std::string(kRunRecordDir) + "/" + name).c_str());
+    });
+    eachFile(kRunRecordDir, kSideFilePrefix, kSideTempSuffix, [](const char* name) {
+        unlink((std::string(kRunRecordDir) + "/" + name).c_str());
+    });
+    eachFile(kResultsDir, "QAV", ".run.json.new", [](const char* name) {
+        unlink((std::string(kResultsDir) + "/" + name).c_str());
+    });
+}
+
+void RunRecord::readState() {
+    readJournal(kRunJournalFile, [this](const std::string& text) {
+        rapidjson::Document line;
+        if (!parseJsonText(line, text.data(), text.size()) || !line.IsObject() || !line.HasMember(journal::kEvent) ||
+            !line[journal::kEvent].IsString()) {
+            return;
+        }
+        std::string event = line[journal::kEvent].GetString();
+        auto rounds = line.FindMember(journal::kBootRounds);
+        bool hasRounds = rounds != line.MemberEnd() && rounds->value.IsInt();
+        if (event == journal::kStart) started = true;
+        if (event == journal::kEnd) ended = true;
+        if (event == journal::kBoot && hasRounds) bootRounds = rounds->value.GetInt();
+        if (event == journal::kUnconfirmed) {
+            std::string step = line.HasMember(journal::kStep) && line[journal::kStep].IsString()
+                                       ? line[journal::kStep].GetString() : "";
+            if (step == journal::kStart) startUnconfirmed = true;
+            if (step == journal::kEnd) ended = false;
+            if (step == journal::kBoot && hasRounds) bootRounds = rounds->value.GetInt();
+        }
+    });
+    // A cut in the middle of an append leaves a torn last line: it goes, so that
+    // the next append starts a line of its own.
+    std::string text = readSmallFile(kRunJournalFile);
+    if (!text.empty() && text.back() != '\n') {
+        if (truncate(kRunJournalFile, static_cast<off_t>(text.rfind('\n') + 1)) != 0) {
+            error("ostrel: run record %s (errno:%d, %s)\n", kRunJournalFile, errno);
+        }
+    }
+}
+
+void RunRecord::reconcile(bool planStarted, bool planFinished, int planBootRounds) {
+    if (!started) return;
+    auto mark = [this, planBootRounds](const char* step) {
+        rapidjson::Document line = lineOf(journal::kUnconfirmed);
+        line.AddMember(rapidjson::StringRef(journal::kStep), rapidjson::StringRef(step), line.GetAllocator());
+        addText(line, key::kTime, utcNow());
+        line.AddMember(rapidjson::StringRef(journal::kBootRounds), planBootRounds, line.GetAllocator());
+        append(line);
+    };
+    if (!planStarted) {
+        if (ended) {
+            // The plan was reset by getResult: the record was handed out.
+            unlink(kRunJournalFile);
+            started = ended = false;
+        } else if (!startUnconfirmed) {
+            mark(journal::kStart);
+            startUnconfirmed = true;
+        }
+        return;
+    }
+    if (ended && !planFinished) {
+        mark(journal::kEnd);
+        ended = false;
+    }
+    if (bootRounds > planBootRounds) {
+        mark(journal::kBoot);
+        bootRounds = planBootRounds;
+    }
+}
+
+bool RunRecord::append(rapidjson::Document& line) {
+    mkdir(kRunRecordDir, 0770);
+    if (appendDurably(kRunJournalFile, textOf(line) + "\n", 0660)) return true;
+    error("ostrel: run record %s (errno:%d, %s)\n", kRunJournalFile, errno);
+    return false;
+}
+
 void RunRecord::runStarted(const std::string& planDefinitions) {
     // The folder exists before any supervisor of the run writes its side file.
     mkdir(kRunRecordDir, 0770);
-    auto& a = doc.GetAllocator();
-    doc.SetObject();
-    doc.AddMember(rapidjson::StringRef(key::kRecord), key::kVersion, a);
-    doc.AddMember(rapidjson::StringRef(key::kRunId), rapidjson::Value(randomRunId().c_str(), a), a);
-    rapidjson::Value service(rapidjson::kObjectType);
+    rapidjson::Document line = lineOf(journal::kStart);
+    auto& a = line.GetAllocator();
+    line.AddMember(rapidjson::StringRef(key::kRecord), key::kVersion, a);
+    addText(line, key::kRunId, randomRunId());
+    Value service(rapidjson::kObjectType);
     service.AddMember(rapidjson::StringRef(key::kName), "vendor.brevane.hardware.ostrel@2.0-service", a);
     service.AddMember(rapidjson::StringRef(key::kVersionKey), rapidjson::StringRef(kServiceVersion), a);
-    doc.AddMember(rapidjson::StringRef(key::kService), service, a);
-    rapidjson::Value device(rapidjson::kObjectType);
+    line.AddMember(rapidjson::StringRef(key::kService), service, a);
+    Value device(rapidjson::kObjectType);
     describeDevice(&device, a);
-    doc.AddMember(rapidjson::StringRef(key::kDevice), device, a);
-    rapidjson::Value start(rapidjson::kObjectType);
-    start.AddMember(rapidjson::StringRef(key::kTime), rapidjson::Value(utcNow().c_str(), a), a);
-    start.AddMember(rapidjson::StringRef(key::kBootId), rapidjson::Value(bootId().c_str(), a), a);
-    start.AddMember(rapidjson::StringRef(key::kPlanSha256), rapidjson::Value(sha256Hex(planDefinitions).c_str(), a), a);
-    doc.AddMember(rapidjson::StringRef(key::kStart), start, a);
+    line.AddMember(rapidjson::StringRef(key::kDevice), device, a);
+    addText(line, key::kTime, utcNow());
+    addText(line, key::kBootId, bootId());
+    addText(line, key::kPlanSha256, sha256Hex(planDefinitions));
     rapidjson::Document config(&a);
     std::string configText = readSmallFile(kConfigFile);
     bool haveConfig = !configText.empty() && parseJsonText(config, configText.c_str(), configText.size()) &&
                       config.IsObject();
-    doc.AddMember(rapidjson::StringRef(key::kConfiguration), haveConfig ? rapidjson::Value(config, a) : rapidjson::Value(), a);
-    doc.AddMember(rapidjson::StringRef(key::kExecutors), rapidjson::Value(rapidjson::kArrayType), a);
-    doc.AddMember(rapidjson::StringRef(key::kBoots), rapidjson::Value(rapidjson::kArrayType), a);
-    doc.AddMember(rapidjson::StringRef(key::kEnd), rapidjson::Value(), a);
-    changed = true;
+    line.AddMember(rapidjson::StringRef(key::kConfiguration), haveConfig ? Value(config, a) : Value(), a);
+    // A new journal holds the start alone: replaced whole, never appended to.
+    if (!replaceFileAtomically(kJournalTemp, kRunJournalFile, textOf(line) + "\n", 0660)) {
+        error("ostrel: run record %s (errno:%d, %s)\n", kRunJournalFile, errno);
+    }
+    started = true;
+    ended = startUnconfirmed = handedOut = false;
+    bootRounds = 0;
 }
 
 void RunRecord::executorStarted(pid_t supervisor, const std::vector<std::string>& words) {
-    if (!doc.IsObject() || !doc.HasMember(key::kExecutors) || !doc[key::kExecutors].IsArray()) return;
-    auto& a = doc.GetAllocator();
-    rapidjson::Value entry(rapidjson::kObjectType);
-    entry.AddMember(rapidjson::StringRef(key::kTime), rapidjson::Value(utcNow().c_str(), a), a);
-    entry.AddMember(rapidjson::StringRef(key::kBootId), rapidjson::Value(bootId().c_str(), a), a);
-    entry.AddMember(rapidjson::StringRef(key::kSupervisor), static_cast<int>(supervisor), a);
-    rapidjson::Value list(rapidjson::kArrayType);
-    for (const std::string& w : words) list.PushBack(rapidjson::Value(w.c_str(), a), a);
-    entry.AddMember(rapidjson::StringRef(key::kWords), list, a);
-    entry.AddMember(rapidjson::StringRef(key::kEnd), rapidjson::Value(), a);
-    doc[key::kExecutors].PushBack(entry, a);
-    changed = true;
-}
-
-rapidjson::Value* RunRecord::executorOf(pid_t supervisor) {
-    if (!doc.IsObject() || !doc.HasMember(key::kExecutors) || !doc[key::kExecutors].IsArray()) return nullptr;
-    rapidjson::Value& list = doc[key::kExecutors];
-    for (rapidjson::SizeType i = list.Size(); i-- > 0;) {
-        rapidjson::Value& e = list[i];
-        if (e.IsObject() && e.HasMember(key::kSupervisor) && e[key::kSupervisor].IsInt() &&
-            e[key::kSupervisor].GetInt() == supervisor && e.HasMember(key::kEnd) && e[key::kEnd].IsNull()) {
-            return &e;
-        }
-    }
-    return nullptr;
+    if (!started) return;
+    rapidjson::Document line = lineOf(journal::kExecutor);
+    auto& a = line.GetAllocator();
+    addText(line, key::kTime, utcNow());
+    addText(line, key::kBootId, bootId());
+    line.AddMember(rapidjson::StringRef(key::kSupervisor), static_cast<int>(supervisor), a);
+    Value list(rapidjson::kArrayType);
+    for (const std::string& w : words) list.PushBack(Value(w.c_str(), a), a);
+    line.AddMember(rapidjson::StringRef(key::kWords), list, a);
+    append(line);
 }
 
 void RunRecord::executorReaped(pid_t supervisor) {
@@ -178,126 +285,114 @@ void RunRecord::executorReaped(pid_t supervisor) {
     sideFilePath(path, supervisor, kSideFileSuffix);
     std::string text = readSmallFile(path);
     if (text.empty()) return;
-    unlink(path);
-    rapidjson::Value* entry = executorOf(supervisor);
-    if (entry == nullptr) return;
-    int status = atoi(text.c_str());
-    auto& a = doc.GetAllocator();
-    rapidjson::Value end(rapidjson::kObjectType);
-    end.AddMember(rapidjson::StringRef(key::kTime), rapidjson::Value(utcNow().c_str(), a), a);
-    end.AddMember(rapidjson::StringRef(key::kWaitStatus), status, a);
+    // "<wait status> <seconds since the epoch>\n", as the supervisor wrote it.
+    int status = 0;
+    long long when = -1;
+    if (sscanf(text.c_str(), "%d %lld", &status, &when) < 1) return;
+    rapidjson::Document line = lineOf(journal::kExecutorEnd);
+    auto& a = line.GetAllocator();
+    line.AddMember(rapidjson::StringRef(key::kSupervisor), static_cast<int>(supervisor), a);
+    addText(line, key::kTime, when >= 0 ? key::utcText(static_cast<time_t>(when)) : utcNow());
+    line.AddMember(rapidjson::StringRef(key::kWaitStatus), status, a);
     if (WIFSIGNALED(status)) {
-        end.AddMember(rapidjson::StringRef(key::kSignal),
-                      rapidjson::Value(key::signalName(WTERMSIG(status)).c_str(), a), a);
-        end.AddMember(rapidjson::StringRef(key::kSignalNumber), WTERMSIG(status), a);
+        addText(line, key::kSignal, key::signalName(WTERMSIG(status)));
+        line.AddMember(rapidjson::StringRef(key::kSignalNumber), WTERMSIG(status), a);
     } else if (WIFEXITED(status)) {
-        end.AddMember(rapidjson::StringRef(key::kExit), WEXITSTATUS(status), a);
+        line.AddMember(rapidjson::StringRef(key::kExit), WEXITSTATUS(status), a);
     }
-    (*entry)[key::kEnd] = end;
-    changed = true;
+    // The side file goes only once the journal holds its end.
+    if (append(line)) unlink(path);
 }
 
 // Ends written by supervisors while no service reaped them (a restart came first).
 void RunRecord::foldSideFiles() {
-    DIR* d = opendir(kRunRecordDir);
-    while (struct dirent* e = d ? readdir(d) : nullptr) {
-        const char* name = e->d_name;
-        size_t len = strlen(name), pre = strlen(kSideFilePrefix), suf = strlen(kSideFileSuffix);
-        if (len <= pre + suf || strncmp(name, kSideFilePrefix, pre) != 0 ||
-            strcmp(name + len - suf, kSideFileSuffix) != 0) {
-            continue;
-        }
-        executorReaped(static_cast<pid_t>(atol(name + pre)));
-    }
-    if (d) closedir(d);
+    eachFile(kRunRecordDir, kSideFilePrefix, kSideFileSuffix, [this](const char* name) {
+        executorReaped(static_cast<pid_t>(atol(name + strlen(kSideFilePrefix))));
+    });
 }
 
-void RunRecord::bootCounted(bool planned) {
-    if (!doc.IsObject() || !doc.HasMember(key::kBoots) || !doc[key::kBoots].IsArray()) return;
-    auto& a = doc.GetAllocator();
-    rapidjson::Value boot(rapidjson::kObjectType);
-    boot.AddMember(rapidjson::StringRef(key::kTime), rapidjson::Value(utcNow().c_str(), a), a);
-    boot.AddMember(rapidjson::StringRef(key::kBootId), rapidjson::Value(bootId().c_str(), a), a);
-    boot.AddMember(rapidjson::StringRef(key::kPlanned), planned, a);
-    doc[key::kBoots].PushBack(boot, a);
-    changed = true;
+void RunRecord::bootCounted(bool planned, int rounds) {
+    if (!started) return;
+    rapidjson::Document line = lineOf(journal::kBoot);
+    auto& a = line.GetAllocator();
+    addText(line, key::kTime, utcNow());
+    addText(line, key::kBootId, bootId());
+    line.AddMember(rapidjson::StringRef(key::kPlanned), planned, a);
+    line.AddMember(rapidjson::StringRef(journal::kBootRounds), rounds, a);
+    append(line);
+    bootRounds = rounds;
 }
 
 void RunRecord::runEnded(const char* cause) {
-    if (!doc.IsObject() || !doc.HasMember(key::kEnd) || !doc[key::kEnd].IsNull()) return;
-    auto& a = doc.GetAllocator();
-    rapidjson::Value end(rapidjson::kObjectType);
-    end.AddMember(rapidjson::StringRef(key::kTime), rapidjson::Value(utcNow().c_str(), a), a);
-    end.AddMember(rapidjson::StringRef(key::kCause), rapidjson::Value(cause, a), a);
-    doc[key::kEnd] = end;
-    changed = true;
+    if (!started || ended) return;
+    rapidjson::Document line = lineOf(journal::kEnd);
+    addText(line, key::kTime, utcNow());
+    addText(line, key::kCause, cause);
+    append(line);
+    ended = true;
 }
 
-bool RunRecord::replaceFile(const char* temp, const char* path, const std::string& text) {
-    mkdir(kRunRecordDir, 0770);
-    if (replaceFileAtomically(temp, path, text, 0660)) return true;
-    error("ostrel: run record %s (errno:%d, %s)\n", path, errno);
-    return false;
-}
-
-std::string RunRecord::textOf(const rapidjson::Value& value) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    value.Accept(writer);
-    return std::string(buffer.GetString(), buffer.GetSize());
-}
-
-void RunRecord::commit() {
-    if (!changed || !doc.IsObject()) return;
-    changed = false;
-    replaceFile(kRecordTemp, kRunRecordFile, textOf(doc));
-}
-
-void RunRecord::configurationApplied(const char* clientList, const std::vector<std::string>& words,
-                                     int exitStatus) {
-    rapidjson::Document config;
-    auto& a = config.GetAllocator();
-    config.SetObject();
-    config.AddMember(rapidjson::StringRef(key::kTime), rapidjson::Value(utcNow().c_str(), a), a);
-    // The client's list as given: JSON when it parses, its text otherwise.
-    rapidjson::Document list(&a);
-    if (clientList == nullptr) {
-        config.AddMember(rapidjson::StringRef(key::kList), rapidjson::Value(), a);
-    } else if (parseJsonText(list, clientList, strlen(clientList))) {
-        config.AddMember(rapidjson::StringRef(key::kList), rapidjson::Value(list, a), a);
-    } else {
-        config.AddMember(rapidjson::StringRef(key::kList), rapidjson::Value(clientList, a), a);
-    }
-    rapidjson::Value tool(rapidjson::kArrayType);
-    for (const std::string& w : words) tool.PushBack(rapidjson::Value(w.c_str(), a), a);
-    config.AddMember(rapidjson::StringRef(key::kWords), tool, a);
-    config.AddMember(rapidjson::StringRef(key::kExitStatus), exitStatus, a);
-    replaceFile(kConfigTemp, kConfigFile, textOf(config));
-}
-
-bool RunRecord::moveBeside(const std::string& zipName) {
-    commit();
+bool RunRecord::writeBeside(const std::string& zipName) {
     const std::string suffix = ".zip";
-    if (zipName.size() <= suffix.size() || access(kRunRecordFile, F_OK) != 0) return false;
+    if (!started || zipName.size() <= suffix.size()) return false;
+    std::string text = foldJournal(kRunJournalFile);
+    if (text.empty()) return false;
     std::string target = zipName.substr(0, zipName.size() - suffix.size()) + ".run.json";
-    if (rename(kRunRecordFile, target.c_str()) != 0) {
+    std::string temp = target + kTempSuffix;
+    if (!replaceFileAtomically(temp.c_str(), target.c_str(), text, 0664)) {
         error("ostrel: run record to %s (errno:%d, %s)\n", target.c_str(), errno);
         return false;
     }
     chmod(target.c_str(), 0664);
-    doc.SetNull();
+    handedOut = true;
     return true;
+}
+
+void RunRecord::commit() {
+    if (!handedOut) return;
+    handedOut = false;
+    unlink(kRunJournalFile);
+    started = ended = startUnconfirmed = false;
+    bootRounds = 0;
+}
+
+void RunRecord::configurationApplied(const char* clientList, const std::vector<std::string>& words,
+                                     int exitStatus) {
+    rapidjson::Document config(rapidjson::kObjectType);
+    auto& a = config.GetAllocator();
+    addText(config, key::kTime, utcNow());
+    // The client's list as given: JSON when it parses, its text otherwise.
+    rapidjson::Document list(&a);
+    if (clientList == nullptr) {
+        config.AddMember(rapidjson::StringRef(key::kList), Value(), a);
+    } else if (parseJsonText(list, clientList, strlen(clientList))) {
+        config.AddMember(rapidjson::StringRef(key::kList), Value(list, a), a);
+    } else {
+        config.AddMember(rapidjson::StringRef(key::kList), Value(clientList, a), a);
+    }
+    Value tool(rapidjson::kArrayType);
+    for (const std::string& w : words) tool.PushBack(Value(w.c_str(), a), a);
+    config.AddMember(rapidjson::StringRef(key::kWords), tool, a);
+    config.AddMember(rapidjson::StringRef(key::kExitStatus), exitStatus, a);
+    mkdir(kRunRecordDir, 0770);
+    if (!replaceFileAtomically(kConfigTemp, kConfigFile, textOf(config), 0660)) {
+        error("ostrel: run record %s (errno:%d, %s)\n", kConfigFile, errno);
+    }
 }
 
 void RunRecord::persistExecutorEnd(int waitStatus) {
     char temp[256], path[256];
     pid_t self = getpid();
-    sideFilePath(temp, self, ".tmp");
+    sideFilePath(temp, self, kSideTempSuffix);
     sideFilePath(path, self, kSideFileSuffix);
-    char text[24];
-    char* end = appendText(appendDigits(text, static_cast<unsigned>(waitStatus)), "\n");
+    struct timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    char text[48];
+    char* p = appendDigits(text, static_cast<unsigned>(waitStatus));
+    p = appendDigits(appendText(p, " "), static_cast<unsigned long>(now.tv_sec > 0 ? now.tv_sec : 0));
+    char* end = appendText(p, "\n");
     ssize_t n = end - text;
-    int fd = open(temp, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0660);
+    int fd = open(temp, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0) return;
     bool ok = write(fd, text, n) == n && fsync(fd) == 0;
     close(fd);

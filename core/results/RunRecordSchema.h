@@ -41,6 +41,17 @@ constexpr const char* kSignalNumber = "signal_number";
 constexpr const char* kPlanned = "planned";
 constexpr const char* kCause = "cause";
 
+// A record handed out sums its long lists up: the first entries of each, those
+// that stand out (an executor's end other than exit 0, an unplanned boot) and
+// the last executor, each executor with its start's number (index), and the
+// counts; and the steps a restart found the plan did not confirm.
+constexpr const char* kIndex = "index";
+constexpr const char* kExecutorCount = "executor_count";
+constexpr const char* kBootCount = "boot_count";
+constexpr const char* kUnplannedBoots = "unplanned_boots";
+constexpr const char* kUnconfirmed = "unconfirmed";
+constexpr const char* kStep = "step";  // of an unconfirmed step: "start", "boot" or "end"
+
 // The device's members.
 constexpr const char* kPlatform = "platform";
 constexpr const char* kDeviceId = "device_id";

@@ -8,9 +8,10 @@
 
 namespace vendor::brevane::hardware::ostrel::core {
 
-bool replaceFileAtomically(const char* temp, const char* path, const std::string& text, int mode) {
-    int fd = open(temp, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-    if (fd < 0) return false;
+namespace {
+
+// Writes all of |text| to |fd| and flushes it to disk.
+bool writeAndSync(int fd, const std::string& text) {
     const char* p = text.data();
     size_t left = text.size();
     bool ok = true;
@@ -23,7 +24,25 @@ bool replaceFileAtomically(const char* temp, const char* path, const std::string
             left -= static_cast<size_t>(n);
         }
     }
-    ok = ok && fsync(fd) == 0;
+    return ok && fsync(fd) == 0;
+}
+
+}  // namespace
+
+bool appendDurably(const char* path, const std::string& text, int mode) {
+    int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, mode);
+    if (fd < 0) return false;
+    bool ok = writeAndSync(fd, text);
+    int err = errno;
+    close(fd);
+    errno = err;
+    return ok;
+}
+
+bool replaceFileAtomically(const char* temp, const char* path, const std::string& text, int mode) {
+    int fd = open(temp, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+    if (fd < 0) return false;
+    bool ok = writeAndSync(fd, text);
     int err = errno;
     close(fd);
     if (ok && rename(temp, path) == 0) return true;

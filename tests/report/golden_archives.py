@@ -19,11 +19,14 @@ WORDS = ["kelbrun", "--testcase", "say hello", "3"]
 
 
 def archive(path, cases, history=b"", log=b"kelbrun: done\n", extra=()):
+    """An archive as getResult packs it; |history| None leaves the history entry out."""
     plan = json.dumps({"not_set": False, "current_state": 3, "run_start": True, "run_finished": True,
                        "testcases": cases})
+    entries = [(PLAN, plan), (HISTORY, history), (LOG, log), *extra]
     with zipfile.ZipFile(path, "w", zipfile.ZIP_DEFLATED) as z:
-        for name, data in [(PLAN, plan), (HISTORY, history), (LOG, log), *extra]:
-            z.writestr(zipfile.ZipInfo(name, (2026, 11, 24, 6, 0, 0)), data)
+        for name, data in entries:
+            if data is not None:
+                z.writestr(zipfile.ZipInfo(name, (2026, 11, 24, 6, 0, 0)), data)
 
 
 def end(how):
@@ -35,8 +38,11 @@ def end(how):
     return {"time": "2026-11-24T05:30:00Z", "wait_status": how, "signal_number": how}
 
 
-def record(cause, ends, boots=(), run_id="0f5e7a91c2d34b6f8a0e1d2c3b4a5968", start="2026-11-24T05:00:00Z",
-           finish="2026-11-24T06:00:00Z"):
+def record(cause, ends, boots=(), run_id=None, start="2026-11-24T05:00:00Z", finish="2026-11-24T06:00:00Z"):
+    """A record as the service hands it out; each run its own id unless given."""
+    global RUNS
+    RUNS += 1
+    run_id = run_id or "%032x" % (0x0f5e7a91c2d34b6f8a0e1d2c3b4a0000 + RUNS)
     return json.dumps({
         "record": 1, "run_id": run_id,
         "service": {"name": "vendor.brevane.hardware.ostrel@2.0-service", "version": "2.0.4"},
@@ -57,6 +63,9 @@ HOURS_SHORT = case("soak", "hours", 1800, 7200)
 BOOTS_DONE = case("reboots", "boots", 2, 2)
 ROUNDS = case("hello", target=3)
 PLANNED = [("2026-11-24T05:10:00Z", True), ("2026-11-24T05:20:00Z", True)]
+
+RUNS = 0
+FIRST_RUN = "%032x" % (0x0f5e7a91c2d34b6f8a0e1d2c3b4a0000 + 1)
 
 # Stamp -> (test cases, the archive's history, the record beside it or None,
 # the history copy beside it or None, the executor's log).
@@ -89,6 +98,12 @@ GOLDEN = {
                          case("c1\u0085\u009b31m\u008d\x7fdel", "boots", 0, 1)],
                         b"panic \x1b]0;title\x07 \xc2\x9b\xff\xfe broken \xe2\x82\n",
                         record("executor", [6]), None, b"kelbrun: \x1b[2J cleared\r\n"),
+    # The first run packed again after a kill in getResult: the same run id, the
+    # history copy gone with the first archive. Counted once in a summary.
+    "20261124_060010": ([HOURS_DONE, BOOTS_DONE, ROUNDS], None,
+                        record("executor", ["exit 0"] * 3, PLANNED, run_id=FIRST_RUN), None, None),
+    # No history copy anywhere (none beside, none in the archive): not a pass.
+    "20261124_060011": ([HOURS_DONE], None, record("executor", ["exit 0"]), None, None),
 }
 
 

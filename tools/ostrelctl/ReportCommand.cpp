@@ -89,9 +89,10 @@ ExitStatus fleetReport(const std::vector<std::string>& names, const std::string&
             if (format == "junit") std::cout << junitBadArchive(fleet.bad.back());
             continue;
         }
+        // A run packed twice (the same run id) is counted and written once.
+        if (!addRun(&fleet, report)) continue;
         if (format == "junit") std::cout << junitSuite(report);
         if (format == "lava" && lavaOut(report, exec) != kOk) return kUsage;
-        addRun(&fleet, report);
     }
     if (format == "junit") std::cout << junitTail();
     if (format == "text") std::cout << fleetText(fleet);

@@ -103,12 +103,22 @@ std::string crashSignature(const std::string& line) {
     return out;
 }
 
-void addRun(FleetSummary* fleet, const RunReport& report) {
+bool addRun(FleetSummary* fleet, const RunReport& report) {
     const RunFacts& facts = report.run;
+    if (!facts.runId.empty()) {
+        auto [seen, added] = fleet->runIds.emplace(facts.runId, report.archive);
+        if (!added) {
+            fleet->duplicates.push_back(BadArchive{
+                    report.archive, "the run of " + cleanText(seen->second) + " (run id " + facts.runId +
+                                            ") packed again, counted once"});
+            return false;
+        }
+    }
     FleetRun run;
     size_t runIndex = fleet->runs.size();
     run.archive = report.archive;
     run.stamp = report.stamp;
+    run.runId = facts.runId;
     run.device = deviceOf(report);
     run.build = deviceMember(facts, {"fingerprint", "os"});
     std::string kernel = deviceMember(facts, {"kernel"});
@@ -157,6 +167,7 @@ void addRun(FleetSummary* fleet, const RunReport& report) {
     }
     fleet->crashLinesLeftOut += report.crashLineCount - report.crashLines.size();
     fleet->runs.push_back(std::move(run));
+    return true;
 }
 
 std::vector<const CrashSignature*> signaturesByCount(const FleetSummary& fleet) {

@@ -28,7 +28,7 @@ struct FleetCaseResult {
 };
 
 struct FleetRun {
-    std::string archive, stamp;
+    std::string archive, stamp, runId;
     std::string device, build, configuration;  // "" when the record does not tell
     std::string start, endCause, error;
     int64_t startSeconds = -1, duration = -1;
@@ -70,6 +70,10 @@ struct FleetSummary {
     uint64_t otherCrashLines = 0;  // lines of signatures beyond kMaxSignatures
     uint64_t crashLinesLeftOut = 0;  // lines not shown by their runs' reports
     std::vector<BadArchive> bad;
+    // Archives of a run already counted (the same run id: getResult packed the
+    // run again after a kill), each with the archive that counts for it.
+    std::vector<BadArchive> duplicates;
+    std::map<std::string, std::string> runIds;  // run id -> the archive counted
 };
 
 // The result archives that |args| name: files as they are, folders searched
@@ -82,8 +86,9 @@ bool findArchives(const std::vector<std::string>& args, std::vector<std::string>
 // whose start is not known keep their order, after the others.
 void orderByStart(std::vector<std::string>* archives);
 
-// Folds one run into |fleet|.
-void addRun(FleetSummary* fleet, const RunReport& report);
+// Folds one run into |fleet|; a run already counted (its run id seen) is listed
+// as a duplicate instead, and false returned.
+bool addRun(FleetSummary* fleet, const RunReport& report);
 // |line| with its numbers, addresses and hex ids masked ("#").
 std::string crashSignature(const std::string& line);
 // Signatures by count, most frequent first.

@@ -95,6 +95,10 @@ std::string fleetText(const FleetSummary& fleet) {
         out += "\nNOT READABLE\n";
         for (const BadArchive& b : fleet.bad) out += cleanText(b.archive) + ": " + cleanText(b.reason) + "\n";
     }
+    if (!fleet.duplicates.empty()) {
+        out += "\nDUPLICATES\n";
+        for (const BadArchive& d : fleet.duplicates) out += cleanText(d.archive) + ": " + cleanText(d.reason) + "\n";
+    }
     return out;
 }
 
@@ -112,6 +116,7 @@ std::string fleetJson(const FleetSummary& fleet) {
         w.StartObject();
         w.Key("archive"); writeClean(w, run.archive);
         w.Key("stamp"); writeClean(w, run.stamp);
+        w.Key("run_id"); writeClean(w, run.runId);
         w.Key("device"); writeClean(w, run.device);
         w.Key("build"); writeClean(w, run.build);
         w.Key("configuration"); writeClean(w, run.configuration);
@@ -160,15 +165,18 @@ std::string fleetJson(const FleetSummary& fleet) {
     w.EndArray();
     w.Key("crash_lines_other"); w.Uint64(fleet.otherCrashLines);
     w.Key("crash_lines_left_out"); w.Uint64(fleet.crashLinesLeftOut);
-    w.Key("bad_archives");
-    w.StartArray();
-    for (const BadArchive& b : fleet.bad) {
-        w.StartObject();
-        w.Key("archive"); writeClean(w, b.archive);
-        w.Key("reason"); writeClean(w, b.reason);
-        w.EndObject();
+    for (const auto& [name, list] : {std::make_pair("bad_archives", &fleet.bad),
+                                     std::make_pair("duplicates", &fleet.duplicates)}) {
+        w.Key(name);
+        w.StartArray();
+        for (const BadArchive& b : *list) {
+            w.StartObject();
+            w.Key("archive"); writeClean(w, b.archive);
+            w.Key("reason"); writeClean(w, b.reason);
+            w.EndObject();
+        }
+        w.EndArray();
     }
-    w.EndArray();
     w.EndObject();
     return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }

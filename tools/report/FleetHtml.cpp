@@ -175,6 +175,11 @@ std::string fleetHtml(const FleetSummary& fleet) {
         for (const BadArchive& b : fleet.bad) body += "<li>" + esc(b.archive) + ": " + esc(b.reason) + "</li>\n";
         body += "</ul>\n";
     }
+    if (!fleet.duplicates.empty()) {
+        body += "<h2 id=\"duplicates\">Runs packed twice, counted once</h2>\n<ul>\n";
+        for (const BadArchive& d : fleet.duplicates) body += "<li>" + esc(d.archive) + ": " + esc(d.reason) + "</li>\n";
+        body += "</ul>\n";
+    }
     body += "<h2 id=\"details\">Each run</h2>\n";
     for (size_t i = 0; i < fleet.runs.size(); i++) body += runSection(fleet, i);
     body += "</main>";

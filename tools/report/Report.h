@@ -75,6 +75,9 @@ struct RunFacts {
     // Boots counted while no boot test waited for one: the device restarted.
     uint64_t unplannedBoots = 0;
     std::string firstUnplannedBoot;
+    // Steps of the record that the plan did not confirm after a restart ("start",
+    // "boot", "end"): kept, never taken for done.
+    std::vector<std::string> unconfirmed;
 };
 
 struct RunReport {

@@ -123,6 +123,11 @@ std::string runLine(const RunReport& report) {
                       "; executor starts " + std::to_string(run.executorStarts) + ", boots " +
                       std::to_string(run.bootCount);
     if (run.unplannedBoots > 0) out += " (" + std::to_string(run.unplannedBoots) + " unplanned)";
+    if (!run.unconfirmed.empty()) {
+        std::string steps;
+        for (const std::string& step : run.unconfirmed) steps += (steps.empty() ? "" : ", ") + oneLine(step);
+        out += "; not confirmed by the plan after a restart, so not taken for done: " + steps;
+    }
     return out + "\n";
 }
 
@@ -279,6 +284,7 @@ std::string reportJson(const RunReport& report) {
     w.Key("executor_ends"); writeLines(w, run.executorEnds);
     w.Key("boot_count"); w.Uint64(run.bootCount);
     w.Key("unplanned_boots"); w.Uint64(run.unplannedBoots);
+    w.Key("unconfirmed"); writeLines(w, run.unconfirmed);
     w.Key("boots"); writeLines(w, run.boots);
     w.Key("device");
     w.StartObject();

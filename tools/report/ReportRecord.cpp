@@ -22,7 +22,8 @@ namespace key = core::runrecord;
 
 namespace {
 
-// A record holds a line per executor start and boot: 4 MiB is some 30,000 boots.
+// A record sums long lists up (the service keeps at most a few hundred entries
+// of each); 4 MiB is far beyond what one holds.
 constexpr size_t kMaxRecordBytes = 4u << 20;
 
 std::string str(const rapidjson::Value& v, const char* key) {
@@ -146,12 +147,20 @@ bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string*
         }
     }
     bool serviceEnded = run.endCause == kCauseRunAbort || run.endCause == kCauseRunFinished;
+    int64_t lastIndex = -1;
     if (const rapidjson::Value* list = member(doc, key::kExecutors); list && list->IsArray()) {
         for (const auto& e : list->GetArray()) {
             ExecutorEnd how = endOf(e);
             if (run.executorEnds.size() < kShownLines) run.executorEnds.push_back(how.name);
             run.executorStarts++;
-            run.lastEnd = how.name;
+            // The last start is the one of the highest number (a summed-up list
+            // keeps the ends that stand out after the first entries).
+            const rapidjson::Value* index = member(e, key::kIndex);
+            int64_t at = index && index->IsInt64() ? index->GetInt64() : static_cast<int64_t>(run.executorStarts);
+            if (at >= lastIndex) {
+                lastIndex = at;
+                run.lastEnd = how.name;
+            }
             std::string error = errorOf(how, serviceEnded);
             if (!error.empty() && run.error.empty()) {
                 run.error = how.name;
@@ -168,6 +177,19 @@ bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string*
             if (planned && planned->IsFalse() && run.unplannedBoots++ == 0) {
                 run.firstUnplannedBoot = str(b, key::kTime);
             }
+        }
+    }
+    // The counts of a summed-up record cover what its lists leave out.
+    auto count = [&doc](const char* name, uint64_t* n) {
+        const rapidjson::Value* v = member(doc, name);
+        if (v && v->IsUint64() && v->GetUint64() >= *n) *n = v->GetUint64();
+    };
+    count(key::kExecutorCount, &run.executorStarts);
+    count(key::kBootCount, &run.bootCount);
+    count(key::kUnplannedBoots, &run.unplannedBoots);
+    if (const rapidjson::Value* steps = member(doc, key::kUnconfirmed); steps && steps->IsArray()) {
+        for (const auto& step : steps->GetArray()) {
+            if (run.unconfirmed.size() < kShownLines) run.unconfirmed.push_back(str(step, key::kStep));
         }
     }
     return true;
