@@ -101,3 +101,76 @@ TEST(RunRecord, ExecutorEndAndBootsSurviveARestart) {
     m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
     EXPECT_EQ(liveRecord()["start"]["plan_sha256"].GetString(), digest);
 }
+
+// A restart finds the record ahead of the plan where a kill fell between the two
+// writes: the step is marked, kept, and not taken for done; a journal whose record
+// was handed out goes.
+TEST(RunRecord, StepsThePlanDoesNotConfirmAreMarkedNotDroppedNorTakenForDone) {
+    const std::string start = R"({"event":"start","run_id":"r1","time":"2026-11-24T05:00:00Z"})";
+    const std::string boot = R"({"event":"boot","time":"2026-11-24T05:10:00Z","planned":true,"boot_rounds":2})";
+    const std::string end = R"({"event":"end","time":"2026-11-24T06:00:00Z","cause":"runAbort"})";
+    const struct {
+        std::vector<std::string> journal;
+        bool planStarted, planFinished;
+        int planBootRounds;
+        std::string unconfirmed;  // the steps marked, in order
+        bool ended;               // the folded record has an end
+        int boots;                // boots counted
+    } rows[] = {
+            {{start, boot, end}, true, true, 2, "", true, 1},
+            {{start, end}, true, false, 0, "end", false, 0},
+            {{start, boot}, true, false, 1, "boot", false, 0},
+            {{start, boot, end}, true, false, 1, "end boot", false, 0},
+            {{start}, false, false, 0, "start", false, 0},
+    };
+    for (const auto& row : rows) {
+        std::string text;
+        for (const std::string& line : row.journal) text += line + "\n";
+        mkdir(kRunRecordDir, 0770);
+        writeFile(kRunJournalFile, text);
+        RunRecord record;
+        record.reconcile(row.planStarted, row.planFinished, row.planBootRounds);
+        rapidjson::Document r = liveRecord();
+        std::string steps;
+        for (const auto& step : r["unconfirmed"].GetArray()) steps += (steps.empty() ? "" : " ") + std::string(step["step"].GetString());
+        EXPECT_EQ(steps, row.unconfirmed) << text;
+        EXPECT_EQ(r["end"].IsObject(), row.ended) << text;
+        EXPECT_EQ(r["boot_count"].GetInt(), row.boots) << text;
+        RunRecord again;  // a second restart marks nothing twice
+        again.reconcile(row.planStarted, row.planFinished, row.planBootRounds);
+        EXPECT_EQ(liveRecord()["unconfirmed"].Size(), r["unconfirmed"].Size()) << text;
+    }
+    writeFile(kRunJournalFile, start + "\n" + end + "\n");
+    RunRecord handedOut;
+    handedOut.reconcile(false, false, 0);
+    EXPECT_FALSE(fileExists(kRunJournalFile));
+}
+
+// What a kill left half made goes at the next start; the end of an executor that
+// a supervisor wrote before the restart keeps the time the executor exited, and a
+// torn last line of the journal is cut so that the next line stands alone.
+TEST(RunRecord, ARestartCleansLeftoversKeepsExitTimesAndCutsATornLine) {
+    mkdir(kRunRecordDir, 0770);
+    const std::string dir = kRunRecordDir;
+    for (const std::string& leftover : {dir + "/record.journal.new", dir + "/configuration.json.new",
+                                        dir + "/executor.41.tmp", std::string("/data/vendor/qav/results/QAVx.run.json.new")}) {
+        mkdir("/data/vendor/qav/results", 0775);
+        writeFile(leftover, "half");
+    }
+    writeFile(kRunJournalFile, R"({"event":"start","run_id":"r1","time":"2026-11-24T05:00:00Z"})" "\n"
+                               R"({"event":"executor","supervisor":77,"words":["kelbrun"]})" "\n"
+                               R"({"event":"boot","time":"2026-11)");
+    writeFile(dir + "/executor.77.end", "11 1700000000\n");
+    RunRecord record;
+    for (const char* gone : {"/record.journal.new", "/configuration.json.new", "/executor.41.tmp", "/executor.77.end"}) {
+        EXPECT_FALSE(fileExists(dir + gone)) << gone;
+    }
+    EXPECT_FALSE(fileExists("/data/vendor/qav/results/QAVx.run.json.new"));
+    rapidjson::Document r = liveRecord();
+    const rapidjson::Value& end = r["executors"][0]["end"];
+    EXPECT_STREQ(end["time"].GetString(), "2023-11-14T22:13:20Z");
+    EXPECT_STREQ(end["signal"].GetString(), "SIGSEGV");
+    EXPECT_EQ(end["signal_number"].GetInt(), 11);
+    EXPECT_EQ(r["boot_count"].GetInt(), 0);
+    EXPECT_EQ(readFile(kRunJournalFile).back(), '\n');
+}
