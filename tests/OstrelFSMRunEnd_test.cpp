@@ -219,3 +219,21 @@ TEST(OstrelFSMRunEnd, FilesThatBlockNeverHoldUpTheEndOfARun) {
     EXPECT_TRUE(contains(text, "did not stop, left behind"));
     for (int fd : {writers[0], writers[1], reader}) close(fd);
 }
+
+// A second runStart in a live run starts a second executor; the first one's own
+// end is not the run's end: only the current executor's supervisor ends the run.
+TEST(OstrelFSMRunEnd, AnEarlierExecutorsEndDoesNotEndTheRun) {
+    auto m = fastMachine({hours("sleep 60", 1)});
+    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    pid_t first = m->executorPid();
+    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    pid_t second = m->executorPid();
+    ASSERT_NE(first, second);
+    kill(-first, SIGKILL);  // the first executor's whole group ends
+    EXPECT_TRUE(waitFor([&] { return processState(first) == 0; }, 5)) << "the first supervisor is reaped";
+    std::this_thread::sleep_for(kFastTick * 6);
+    EXPECT_EQ(m->getState(), RUNNING) << "the run ended with an executor that was no longer its own";
+    EXPECT_GT(liveInGroup(second), 0);
+    kill(-second, SIGKILL);
+    EXPECT_TRUE(waitFor([&] { return m->getState() == COMPLETING; }, 5)) << "the current executor's end ends it";
+}
