@@ -38,28 +38,64 @@ OstrelFSM& startRun() {
     return m;
 }
 
+
+// How many times |part| occurs in |text|.
+int occurrences(const std::string& text, const std::string& part) {
+    int n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) n++;
+    return n;
+}
+
 }  // namespace
 
 // The crash line is the file's last line, read from its end; each append adds it
-// to the copy with a newline (an empty last line adds nothing).
+// to the copy with a newline (an empty last line adds nothing). A last line of up
+// to 65,534 bytes is copied whole; a longer one as its last 65,534 bytes, with one
+// diagnostic line.
 TEST(OstrelFSMHistory, LastLineIsAppendedToTheCopy) {
     OstrelFSM& m = newMachine();
-    const std::string f = "/data/fyr_exp/db_history";
+    const std::string f = kShortHistoryPath;
     const std::string big(3 * 1024 * 1024, 'x');
-    const std::vector<std::pair<std::string, std::string>> cases = {
-            {"one\ntwo\n", "two"}, {"one\ntwo", "two"}, {"only", "only"}, {"", ""},
-            {"one\n\n", ""},       {"\n", ""},         {big + "\nlast\n", "last"},
+    const std::string atBound = letters(65534), over = letters(65535), window = letters(65536);
+    const std::string longer = letters(200000);
+    auto end = [](const std::string& line) { return line.substr(line.size() - 65534); };
+    struct Case {
+        std::string file, line;
+        bool cut;
     };
+    const std::vector<Case> cases = {
+            {"one\ntwo\n", "two", false},
+            {"one\ntwo", "two", false},
+            {"only", "only", false},
+            {"", "", false},
+            {"one\n\n", "", false},
+            {"\n", "", false},
+            {big + "\nlast\n", "last", false},
+            {"head\n" + atBound + "\n", atBound, false},
+            {atBound, atBound, false},
+            {atBound + "\n", atBound, false},
+            {"head\n" + over + "\n", end(over), true},
+            {over, end(over), true},
+            {"x\n" + over, end(over), true},
+            {"x\n" + window + "\n", end(window), true},
+            {longer + "\n", end(longer), true},
+            {big + longer, end(longer), true},
+    };
+    const std::string cutLine = diagnostic("ostrel: last line of " + f +
+                                           " is longer than 65534 bytes, cut to its last 65534 bytes\n");
     std::string copy;
-    for (const auto& c : cases) {
-        writeFile(f, c.first);
-        EXPECT_EQ(m.getLastLine(f), c.second) << "file: " << c.first.substr(0, 20);
+    for (size_t i = 0; i < cases.size(); i++) {
+        const Case& c = cases[i];
+        writeFile(f, c.file);
+        StderrCapture diag;
         EXPECT_TRUE(m.appendLastLine(f));
-        if (!c.second.empty()) copy += c.second + "\n";
+        diag.restore();
+        if (!c.line.empty()) copy += c.line + "\n";
+        EXPECT_TRUE(readFile(kHistoryCopy) == copy) << "case " << i << ": " << c.file.size() << " bytes";
+        EXPECT_EQ(occurrences(diag.text(), cutLine), c.cut ? 1 : 0) << "case " << i;
     }
-    EXPECT_EQ(readFile(kHistoryCopy), copy);
     EXPECT_TRUE(m.appendLastLine("/data/fyr_exp/none"));
-    EXPECT_EQ(readFile(kHistoryCopy), copy);
+    EXPECT_TRUE(readFile(kHistoryCopy) == copy);
 }
 
 // The monitor of a run: a file present at the start is copied only when it

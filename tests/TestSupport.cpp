@@ -68,6 +68,25 @@ void appendFile(const std::string& path, const std::string& text) {
     close(fd);
 }
 
+std::string letters(size_t n) {
+    std::string text(n, 'a');
+    uint64_t s = 1;
+    for (char& c : text) {
+        s = s * 6364136223846793005ull + 1442695040888963407ull;
+        c = static_cast<char>('a' + (s >> 33) % 26);
+    }
+    return text;
+}
+
+void writeSparseFile(const std::string& path, off_t size, const std::string& tail) {
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    ASSERT_GE(fd, 0) << path;
+    ASSERT_EQ(ftruncate(fd, size), 0);
+    off_t at = size - static_cast<off_t>(tail.size());
+    ASSERT_EQ(pwrite(fd, tail.data(), tail.size(), at), static_cast<ssize_t>(tail.size()));
+    close(fd);
+}
+
 bool fileExists(const std::string& path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0;

@@ -31,6 +31,11 @@ std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& text);
 void appendFile(const std::string& path, const std::string& text);
 bool fileExists(const std::string& path);
+// |n| letters in a fixed pseudo-random order, without a newline: any part of them
+// shows where it was taken from.
+std::string letters(size_t n);
+// A file of |size| bytes that ends with |tail|; the rest is a hole (zero bytes).
+void writeSparseFile(const std::string& path, off_t size, const std::string& tail);
 
 // Standard error (or another descriptor) of this process and of every child
 // started meanwhile, sent to a file while the object lives; readable afterwards.

@@ -169,6 +169,8 @@ class OstrelFSM {
     // Appends the last line of |file| to the copy, locked, for the monitor of run
     // |run|; a file that is not a regular file is reported once and never read.
     void appendForRun(HistoryWatch::File& file, uint32_t run);
+    // The last line of the crash-history file open at |fd| (named |path|).
+    std::string lastLineOf(int fd, const char* path);
 
     ReplyLogSink* owner;
     OstrelFSMData data;

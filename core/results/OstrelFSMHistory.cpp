@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "LastLine.h"
 #include "OstrelFSM.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
@@ -146,32 +147,21 @@ void OstrelFSM::monitorDBHistoryThread(HistoryWatch watch, uint32_t run) {
 
 std::string OstrelFSM::getLastLine(std::string path) {
     int fd = openRegular(path.c_str());
-    FILE* fp = fd >= 0 ? fdopen(fd, "r") : nullptr;
-    if (fp == nullptr) {
-        if (fd >= 0) close(fd);
-        return "";
-    }
-    std::string line;
-    // Only the end of the file is read: back from the last byte (a final
-    // newline excluded) to the newline before the last line.
-    if (fseek(fp, -1, SEEK_END) == 0) {
-        if (fgetc(fp) == '\n') fseek(fp, -2, SEEK_END);
-        else fseek(fp, -1, SEEK_END);
-        long pos = ftell(fp);
-        long start = 0;
-        for (; pos >= 0; pos--) {
-            if (fseek(fp, pos, SEEK_SET) != 0) break;
-            if (fgetc(fp) == '\n') {
-                start = pos + 1;
-                break;
-            }
-        }
-        fseek(fp, start, SEEK_SET);
-        int c;
-        while ((c = fgetc(fp)) != EOF && c != '\n') line.push_back(static_cast<char>(c));
-    }
-    fclose(fp);
+    if (fd < 0) return "";
+    std::string line = lastLineOf(fd, path.c_str());
+    close(fd);
     return line;
+}
+
+// Only the end of the file is read (see readLastLine); a line cut to its final
+// bytes is reported once.
+std::string OstrelFSM::lastLineOf(int fd, const char* path) {
+    LastLine last = readLastLine(fd);
+    if (last.cut) {
+        error("ostrel: last line of %s is longer than %zu bytes, cut to its last %zu bytes\n", path,
+              kLastLineBound, last.text.size());
+    }
+    return std::move(last.text);
 }
 
 bool OstrelFSM::appendLastLine(std::string path) {
