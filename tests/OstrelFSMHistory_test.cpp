@@ -46,6 +46,13 @@ int occurrences(const std::string& text, const std::string& part) {
     return n;
 }
 
+// A kB field ("VmRSS", "VmHWM") of this process's status.
+long statusKiB(const std::string& key) {
+    std::string text = readFile("/proc/self/status");
+    size_t at = text.find("\n" + key + ":");
+    return at == std::string::npos ? -1 : atol(text.c_str() + at + key.size() + 2);
+}
+
 }  // namespace
 
 // The crash line is the file's last line, read from its end; each append adds it
@@ -123,4 +130,35 @@ TEST(OstrelFSMHistory, MonitorFollowsChangesAppearancesAndDeletions) {
     appendFile(kShortHistoryPath, "after\n");
     usleep(300 * 1000);
     EXPECT_EQ(readFile(kHistoryCopy), copy);
+}
+
+// A crash-history file of 256 MiB without a newline, scanned by the monitor as
+// runs end and start: runAbort and runStart answer as ever, the copy gets the
+// last 65,534 bytes, and the scans cost the service a few MiB at most, not the
+// file's size. (Read whole under the history lock, it held up the next runStart
+// for most of a minute and took twice the file's size.)
+TEST(OstrelFSMHistory, A256MiBCrashHistoryWithoutNewlineHoldsUpNoCallAndTakesLittleMemory) {
+    const std::string tail = letters(1 << 20);
+    writeSparseFile(kShortHistoryPath, off_t(256) << 20, tail);
+    const std::string line = tail.substr(tail.size() - 65534) + "\n";
+    OstrelFSM& m = startRun();
+    const long rss = statusKiB("VmRSS"), peak = statusKiB("VmHWM");
+    ASSERT_GT(rss, 0);
+    StderrCapture diag;
+    for (int run = 1; run <= 2; run++) {
+        // A change that adds no byte: the monitor scans the file again.
+        int fd = open(kShortHistoryPath, O_WRONLY);
+        ASSERT_EQ(pwrite(fd, &tail.back(), 1, (off_t(256) << 20) - 1), 1);
+        close(fd);
+        ASSERT_TRUE(m.sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0)) << "run " << run;
+        std::string names = answer(m, GET_RESULT);
+        ASSERT_TRUE(contains(names, ", ")) << names;
+        EXPECT_TRUE(readFile(names.substr(names.find(", ") + 2)) == line) << "run " << run;
+        if (run == 1) ASSERT_TRUE(m.sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    }
+    diag.restore();
+    EXPECT_LE(statusKiB("VmRSS") - rss, 4 * 1024);
+    EXPECT_LE(statusKiB("VmHWM") - peak, 4 * 1024);
+    EXPECT_EQ(occurrences(diag.text(), "is longer than 65534 bytes, cut to its last 65534 bytes"), 2)
+            << diag.text();
 }

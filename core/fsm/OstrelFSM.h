@@ -166,8 +166,9 @@ class OstrelFSM {
     bool waitForTick(uint32_t run);
     bool runIsCurrent(uint32_t run) const { return runGeneration.load() == run; }
     void terminateExecutorGroup();
-    // Appends the last line of |file| to the copy, locked, for the monitor of run
-    // |run|; a file that is not a regular file is reported once and never read.
+    // Appends the last line of |file| to the copy for the monitor of run |run|: the
+    // line is read first, the copy written under the history lock; a file that is
+    // not a regular file is reported once and never read.
     void appendForRun(HistoryWatch::File& file, uint32_t run);
     // The last line of the crash-history file open at |fd| (named |path|).
     std::string lastLineOf(int fd, const char* path);

@@ -23,6 +23,12 @@ namespace {
 constexpr uint32_t kWatchMask = IN_MODIFY | IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr uint32_t kSkippedEvents = IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED;
 constexpr size_t kEventBufferSize = 1024;
+
+// The line that the monitor read ahead of the history lock, for the
+// appendLastLine call it makes under the lock; null when appendLastLine reads the
+// file itself. The copy is written by appendLastLine either way, so its checks
+// report as that function's.
+thread_local std::string* lineReadAhead = nullptr;
 }  // namespace
 
 // O_NONBLOCK: an ordinary open of a FIFO without a writer would block.
@@ -72,10 +78,18 @@ void OstrelFSM::appendForRun(HistoryWatch::File& file, uint32_t run) {
         file.ignored = true;
         return;
     }
-    if (fd >= 0) close(fd);
+    // Read before the lock, which a run start takes under the event lock: no
+    // event waits on a crash-history file.
+    std::string line;
+    if (fd >= 0) {
+        line = lastLineOf(fd, file.path);
+        close(fd);
+    }
     std::lock_guard<std::mutex> lock(historyMutex);
     if (run < monitorFloor.load()) return;
+    lineReadAhead = &line;
     appendLastLine(file.path);
+    lineReadAhead = nullptr;
 }
 
 // Runs until run |run| ends; the end of the run wakes it through its wake
@@ -172,7 +186,7 @@ bool OstrelFSM::appendLastLine(std::string path) {
         return false;
     }
     OSTREL_CHECK(fseek(fp, 0, SEEK_END) != -1, "fseek(fp, 0, SEEK_END) != -1", 97);
-    std::string lastLine = getLastLine(path);
+    std::string lastLine = lineReadAhead ? std::move(*lineReadAhead) : getLastLine(path);
     if (!lastLine.empty()) {
         OSTREL_CHECK(fputs(lastLine.c_str(), fp) != EOF, "fputs(lastLine.c_str(), fp) != EOF",
                      101);
