@@ -237,3 +237,24 @@ TEST(OstrelFSMRunEnd, AnEarlierExecutorsEndDoesNotEndTheRun) {
     kill(-second, SIGKILL);
     EXPECT_TRUE(waitFor([&] { return m->getState() == COMPLETING; }, 5)) << "the current executor's end ends it";
 }
+
+// A FIFO without a writer appears at a crash-history path: the monitor opens it
+// without blocking and ignores it, so it ends with the run. (Opened blocking, it
+// waits for a writer that never comes and is left behind by the run's end.)
+TEST(OstrelFSMRunEnd, AFifoAtACrashHistoryPathLetsTheEndedRunsMonitorEnd) {
+    auto m = fastMachine({hours("sleep 60", 1)});
+    const int idle = threadCount();
+    StderrCapture diag;
+    ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
+    ASSERT_EQ(mkfifo(kLongHistoryPath, 0600), 0);
+    ASSERT_TRUE(m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));
+    EXPECT_TRUE(waitFor([&] { return threadCount() == idle; }, 5))
+            << threadCount() - idle << " thread(s) of the ended run still there";
+    EXPECT_TRUE(contains(diag.text(), diagnostic(std::string("ostrel: ") + kLongHistoryPath +
+                                                 " is not a regular file, ignored\n")))
+            << diag.text();
+    // A writer lets a monitor held up in the open end before the machine goes.
+    int writer = open(kLongHistoryPath, O_RDWR | O_NONBLOCK);
+    m.reset();
+    close(writer);
+}
