@@ -3,21 +3,32 @@
 //                                           plans of COUNT time-based test cases
 //   ostrel_bench_core logs DIR FILES MB     writes FILES files of MB megabytes of
 //                                           device-log text into DIR
+//   ostrel_bench_core scan MB SCANS CYCLES  the crash-history monitor's last-line scan
+//                                           of MB MiB without a newline and of 1 MiB
+//                                           of device-log lines against a one-line
+//                                           file, and runStart/runAbort during scans
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
+#include <tuple>
+#include <vector>
 
 #include "BenchSupport.h"
+#include "LastLine.h"
 #include "OstrelFSM.h"
 
 using namespace ostrel_bench;
 using vendor::brevane::hardware::ostrel::core::OstrelFSM;
 using vendor::brevane::hardware::ostrel::core::TICK;
+namespace core = vendor::brevane::hardware::ostrel::core;
 
 namespace {
 
@@ -168,6 +179,133 @@ int logsBench(const char* dir, int files, int megabytes) {
     return 0;
 }
 
+// A crash-history file of |mib| MiB without a newline: a hole, then 1 MiB of text.
+bool writeLinelessFile(const char* path, int mib) {
+    int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    std::string tail(1 << 20, 'x');
+    off_t size = static_cast<off_t>(mib) << 20;
+    bool ok = fd >= 0 && ftruncate(fd, size) == 0 &&
+              pwrite(fd, tail.data(), tail.size(), size - static_cast<off_t>(tail.size())) ==
+                      static_cast<ssize_t>(tail.size());
+    if (fd >= 0) close(fd);
+    return ok;
+}
+
+struct Scans {
+    double seconds;  // a scan
+    double bytes;    // read a scan
+    long peakKiB;    // growth of the peak resident size
+};
+
+Scans timeScans(OstrelFSM& fsm, const char* path, int scans) {
+    long peak = procStatusField("self", "VmHWM");
+    long long read0 = selfIoField("rchar");
+    double t0 = nowSeconds();
+    size_t length = 0;
+    for (int i = 0; i < scans; i++) length += fsm.getLastLine(path).size();
+    double t = nowSeconds() - t0;
+    if (length == 0) fprintf(stderr, "ostrel_bench_core: %s has no last line\n", path);
+    return {t / scans, double(selfIoField("rchar") - read0) / scans,
+            procStatusField("self", "VmHWM") - peak};
+}
+
+// runStart and runAbort of |cycles| runs, with a writer changing |path| every 2 ms
+// (the monitor scans it at each change) or not at all. The history copy's lines
+// count the scans.
+struct Calls {
+    std::vector<double> start, abort;
+    long scans = 0;
+};
+
+Calls timeRuns(OstrelFSM& fsm, const char* path, int cycles, bool scanning) {
+    Calls calls;
+    std::atomic<bool> stop{false};
+    std::thread writer([&] {
+        int fd = open(path, O_WRONLY);
+        struct stat st = {};
+        fstat(fd, &st);
+        while (scanning && !stop.load()) {
+            if (pwrite(fd, "x", 1, st.st_size - 1) != 1) break;
+            usleep(2000);
+        }
+        close(fd);
+    });
+    for (int i = 0; i < cycles; i++) {
+        double t0 = nowSeconds();
+        fsm.sendEvent(core::RUN_START, nullptr, nullptr, 0, 0);
+        double t1 = nowSeconds();
+        usleep(50 * 1000);  // the monitor scans meanwhile
+        double t2 = nowSeconds();
+        fsm.sendEvent(core::RUN_ABORT, nullptr, nullptr, 0, 0);
+        calls.start.push_back(t1 - t0);
+        calls.abort.push_back(nowSeconds() - t2);
+        struct stat st = {};
+        if (stat(core::kHistoryCopy, &st) == 0) {
+            calls.scans += st.st_size / static_cast<off_t>(core::kLastLineBound + 1);
+        }
+        fsm.sendEvent(core::GET_RESULT, nullptr, nullptr, 0, 0);
+    }
+    stop = true;
+    writer.join();
+    return calls;
+}
+
+int scanBench(int mib, int scans, int cycles) {
+    const char* big = core::kShortHistoryPath;
+    const char* logs = "/data/bench-scan/device_log_0.txt";
+    const char* small = "/data/bench-scan/one_line";
+    mkdir("/data/bench-scan", 0755);
+    FILE* one = fopen(small, "w");
+    if (one) fputs("11-25 10:00:00.000  4242  4242 F libc    : Fatal signal 11 (SIGSEGV)\n", one);
+    if (!one || fclose(one) != 0 || !writeLinelessFile(big, mib) ||
+        logsBench("/data/bench-scan", 1, 1) != 0) {
+        fprintf(stderr, "ostrel_bench_core: cannot write the crash-history files\n");
+        return 1;
+    }
+    std::unique_ptr<OstrelFSM> fsm(new OstrelFSM(nullptr));
+    Scans base = timeScans(*fsm, small, scans);
+    auto scanRow = [&](const std::string& what, const char* path, int n) {
+        Scans s = timeScans(*fsm, path, n);
+        row("last-line scan, " + what + " (" + std::to_string(n) + " scans)",
+            fmt("%.1f us a scan", s.seconds * 1e6) + ", " + fmt("%.0f bytes read", s.bytes) +
+                    ", peak resident " + fmt("+%.0f KiB", s.peakKiB),
+            "one-line file " + fmt("%.1f us", base.seconds * 1e6) + ", " +
+                    fmt("%.0f bytes", base.bytes),
+            fmt("time x%.1f", s.seconds / base.seconds));
+    };
+    scanRow(std::to_string(mib) + " MiB without a newline", big, scans);
+    scanRow("1 MiB of device-log lines", logs, scans);
+
+    // Runs of a plan whose executor waits; the file is watched from each start.
+    if (!fsm->planStore().putJSON(
+                "{\"not_set\":false,\"current_state\":1,\"run_start\":false,"
+                "\"run_finished\":false,\"testcases\":[{\"name\":\"wait\",\"select\":true,"
+                "\"command\":\"sleep 600\",\"testcase_value\":1,\"isRound\":true}]}") ||
+        !fsm->planStore().writeFSMData()) {
+        fprintf(stderr, "ostrel_bench_core: the run plan was refused\n");
+        return 1;
+    }
+    long peak = procStatusField("self", "VmHWM");
+    Calls quiet = timeRuns(*fsm, big, cycles, false);
+    Calls busy = timeRuns(*fsm, big, cycles, true);
+    long grown = procStatusField("self", "VmHWM") - peak;
+    for (auto [what, busyCalls, quietCalls] :
+         {std::make_tuple("runStart", &busy.start, &quiet.start),
+          std::make_tuple("runAbort", &busy.abort, &quiet.abort)}) {
+        double b50 = percentile(*busyCalls, 50), q50 = percentile(*quietCalls, 50);
+        row(std::string(what) + " while the monitor scans " + std::to_string(mib) +
+                    " MiB without a newline (" + std::to_string(cycles) + " runs, " +
+                    std::to_string(busy.scans) + " scans)",
+            fmt("p50 %.2f ms", b50 * 1e3) +
+                    fmt(", max %.2f ms", percentile(*busyCalls, 100) * 1e3) +
+                    ", peak resident " + fmt("+%.0f KiB", grown),
+            "no scan: " + fmt("p50 %.2f ms", q50 * 1e3) +
+                    fmt(", max %.2f ms", percentile(*quietCalls, 100) * 1e3),
+            fmt("x%.2f", b50 / q50));
+    }
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -175,8 +313,12 @@ int main(int argc, char** argv) {
     if (argc == 5 && strcmp(argv[1], "logs") == 0) {
         return logsBench(argv[2], atoi(argv[3]), atoi(argv[4]));
     }
+    if (argc == 5 && strcmp(argv[1], "scan") == 0) {
+        return scanBench(atoi(argv[2]), atoi(argv[3]), atoi(argv[4]));
+    }
     fprintf(stderr,
             "usage: ostrel_bench_core tick COUNT:TICKS...\n"
-            "       ostrel_bench_core logs DIR FILES MB\n");
+            "       ostrel_bench_core logs DIR FILES MB\n"
+            "       ostrel_bench_core scan MB SCANS CYCLES\n");
     return 2;
 }
