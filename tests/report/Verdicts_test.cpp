@@ -170,6 +170,7 @@ TEST(Verdicts, EachVerdictMapsIntoEachFormatAsTheReadmeSays) {
         EXPECT_EQ(std::string(junitElement(v)), row[2] == "(none)" ? "" : row[2]) << row[0];
         EXPECT_EQ(lavaResult(v), row[3]) << row[0];
         EXPECT_EQ(std::to_string(exitStatusOf(v)), row[4]) << row[0];
+        EXPECT_EQ(row[5].substr(0, row[5].find(',')), verdictLetter(v)) << row[0];
     }
 }
 

@@ -33,9 +33,8 @@ std::string sourceHash(const std::string& page, const std::string& open, const s
 }
 
 std::string verdictCell(Verdict v, const std::string& title) {
-    static const char* const kLetter[] = {"P", "F", "?", "E"};
     return "<td class=\"v v-" + std::string(verdictName(v)) + "\" title=\"" + esc(title) + "\">" +
-           kLetter[static_cast<int>(v)] + "</td>";
+           verdictLetter(v) + "</td>";
 }
 
 std::string badge(Verdict v) {
@@ -47,15 +46,16 @@ std::string matrix(const FleetSummary& fleet) {
                       "<label>Filter runs <input id=\"filter\" type=\"search\"></label>"
                       "<label><input id=\"failing\" type=\"checkbox\"> failed runs only</label>"
                       "<span id=\"shown\" aria-live=\"polite\"></span></div>\n"
-                      "<p class=\"legend\"><span>P pass</span> <span>F fail</span> <span>E error</span>"
-                      "<span>? unknown (rounds not counted)</span> <span>- not in that run</span></p>\n"
+                      "<p class=\"legend\"><span>P pass</span> <span>F fail</span> <span>E error</span> "
+                      "<span>A aborted</span> <span>? unknown (not proven)</span> <span>- not in that run</span></p>\n"
                       "<div class=\"scroll\"><table id=\"matrix\">\n<thead><tr><th>Run</th><th>Verdict</th>"
                       "<th>Device</th>";
     for (const FleetCase& c : fleet.cases) out += "<th>" + esc(c.id) + "</th>";
     out += "<th>crash history</th></tr></thead>\n<tbody>\n";
     for (size_t i = 0; i < fleet.runs.size(); i++) {
         const FleetRun& run = fleet.runs[i];
-        out += "<tr data-run=\"" + std::to_string(i + 1) + "\" data-verdict=\"" + verdictName(run.verdict) +
+        out += "<tr data-run=\"" + std::to_string(i + 1) + "\" data-fails=\"" + (failsRun(run.verdict) ? "yes" : "no") +
+               "\" data-verdict=\"" + verdictName(run.verdict) +
                "\"><th><a href=\"#run-" + std::to_string(i + 1) + "\">" + esc("QAV" + run.stamp) +
                "</a></th><td>" + badge(run.verdict) + "</td><td>" + esc(run.device) + "</td>";
         std::vector<const FleetCaseResult*> byCase(fleet.cases.size(), nullptr);

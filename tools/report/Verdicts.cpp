@@ -48,6 +48,17 @@ const char* verdictName(Verdict verdict) {
     return "unknown";
 }
 
+const char* verdictLetter(Verdict verdict) {
+    switch (verdict) {
+        case Verdict::Pass: return "P";
+        case Verdict::Fail: return "F";
+        case Verdict::Error: return "E";
+        case Verdict::Aborted: return "A";
+        case Verdict::Unknown: return "?";
+    }
+    return "?";
+}
+
 bool failsRun(Verdict verdict) {
     return verdict == Verdict::Fail || verdict == Verdict::Error || verdict == Verdict::Aborted;
 }

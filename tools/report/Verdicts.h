@@ -18,6 +18,8 @@ constexpr Verdict kVerdictOrder[kVerdictCount] = {Verdict::Pass, Verdict::Fail, 
                                                   Verdict::Aborted, Verdict::Unknown};
 
 const char* verdictName(Verdict verdict);
+// One letter for a cell of the page's matrix: P, F, E, A, ?.
+const char* verdictLetter(Verdict verdict);
 // Fail, error and aborted fail a run; unknown leaves it unproven (never a pass).
 bool failsRun(Verdict verdict);
 // The verdict that weighs more: error, fail, aborted, unknown, pass.
