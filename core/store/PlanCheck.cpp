@@ -40,7 +40,6 @@ const Key kCaseKeys[] = {{kSelect, Type::Bool, "true"},
 const Key kOptionalCaseKeys[] = {{kName, Type::String, "\"cpu load\""},
                                  {kIsBootTest, Type::Bool, "false"}};
 const Key kOptionalRootKeys[] = {{kNotSet, Type::Bool, "false"}, {kTestcases, Type::String, ""}};
-// 32-bit seconds wrap above this many hours.
 
 std::string lower(std::string s) {
     for (char& c : s) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
@@ -62,15 +61,32 @@ size_t editDistance(const std::string& a, const std::string& b) {
     return row[b.size()];
 }
 
+// Findings of one kind (the same message) kept in full; the rest are counted.
+constexpr size_t kShownPerKind = 20;
+// Kinds told apart; findings of further kinds are counted together.
+constexpr size_t kKindsKept = 1000;
+
 class Checker {
   public:
     explicit Checker(std::vector<PlanFinding>* out) : out(out) {}
 
-    void problem(const std::string& path, const std::string& message) {
-        out->push_back({true, path, message});
-    }
-    void warning(const std::string& path, const std::string& message) {
-        out->push_back({false, path, message});
+    void problem(const std::string& path, const std::string& message) { add(true, path, message); }
+    void warning(const std::string& path, const std::string& message) { add(false, path, message); }
+
+    // One finding per kind that says how many more there were: a plan of a
+    // million test cases gives a few hundred lines, not millions.
+    void finish() {
+        for (const auto& [kind, n] : counts) {
+            if (n > kShownPerKind) {
+                out->push_back({kind.first, "... " + std::to_string(n - kShownPerKind) + " more", kind.second});
+            }
+        }
+        for (bool problem : {true, false}) {
+            if (otherKinds[problem] > 0) {
+                out->push_back({problem, "... " + std::to_string(otherKinds[problem]) + " more",
+                                "of other kinds, not told apart"});
+            }
+        }
     }
 
     // A value of the type the planner reads, or a problem that says how it reads it.
@@ -115,7 +131,22 @@ class Checker {
     }
 
   private:
+    void add(bool problem, const std::string& path, const std::string& message) {
+        auto key = std::make_pair(problem, message);
+        auto it = counts.find(key);
+        if (it == counts.end()) {
+            if (counts.size() >= kKindsKept) {
+                otherKinds[problem]++;
+                return;
+            }
+            it = counts.emplace(key, 0).first;
+        }
+        if (++it->second <= kShownPerKind) out->push_back({problem, path, message});
+    }
+
     std::vector<PlanFinding>* out;
+    std::map<std::pair<bool, std::string>, size_t> counts;
+    size_t otherKinds[2] = {0, 0};
 };
 
 void checkTestcase(Checker& c, const rapidjson::Value& tc, const std::string& path) {
@@ -187,6 +218,7 @@ bool checkPlan(const std::string& text, std::vector<PlanFinding>* findings, std:
     auto cases = doc.FindMember(kTestcases);
     if (cases == doc.MemberEnd() || !cases->value.IsArray()) {
         c.problem("$.testcases", "missing or not an array; write the test cases as an array");
+        c.finish();
         return true;
     }
     std::map<std::string, std::string> names;
@@ -209,6 +241,7 @@ bool checkPlan(const std::string& text, std::vector<PlanFinding>* findings, std:
         }
     }
     if (!anySelected) c.problem("$.testcases", "no test case is selected; write \"select\": true in one");
+    c.finish();
     return true;
 }
 

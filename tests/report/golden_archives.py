@@ -38,7 +38,8 @@ def end(how):
     return {"time": "2026-11-24T05:30:00Z", "wait_status": how, "signal_number": how}
 
 
-def record(cause, ends, boots=(), run_id=None, start="2026-11-24T05:00:00Z", finish="2026-11-24T06:00:00Z"):
+def record(cause, ends, boots=(), run_id=None, start="2026-11-24T05:00:00Z", finish="2026-11-24T06:00:00Z",
+           device=None):
     """A record as the service hands it out; each run its own id unless given."""
     global RUNS
     RUNS += 1
@@ -46,7 +47,7 @@ def record(cause, ends, boots=(), run_id=None, start="2026-11-24T05:00:00Z", fin
     return json.dumps({
         "record": 1, "run_id": run_id,
         "service": {"name": "vendor.brevane.hardware.ostrel@2.0-service", "version": "2.0.4"},
-        "device": DEVICE,
+        "device": device or DEVICE,
         "start": {"time": start, "boot_id": "b0", "plan_sha256": "ab" * 32},
         "configuration": {"time": "2026-11-24T04:59:00Z", "list": {"cpu": ["fast"]},
                           "words": ["sillet", "set", "cpu=fast"], "exit_status": 0},
@@ -93,11 +94,17 @@ GOLDEN = {
                          dict(case("negative", "boots", 0, -1), testcase_value=-1),
                          dict(case("wraps", "hours", 0, -2134967296), testcase_value=600000)],
                         b"", record("executor", ["exit 0"]), b"", None),
-    # Control characters and broken UTF-8 in names, lines and the log.
+    # Control characters and broken UTF-8 in names, lines and the log; text that
+    # moves or reorders what follows (a line separator, a right-to-left override);
+    # names LAVA would take for folders or for the report's own; a device name
+    # longer than a table cell, in two-byte characters.
     "20261124_060009": ([case("esc\x1b[31mred\x07 tab\tcr\rnl\nend", "hours", 1, 2),
-                         case("c1\u0085\u009b31m\u008d\x7fdel", "boots", 0, 1)],
+                         case("c1\u0085\u009b31m\u008d\x7fdel", "boots", 0, 1),
+                         case("bidi\u202eevil\u2028line\u2066", "boots", 1, 1),
+                         case("..", "boots", 1, 1), case("left_out", "boots", 1, 1)],
                         b"panic \x1b]0;title\x07 \xc2\x9b\xff\xfe broken \xe2\x82\n",
-                        record("executor", [6]), None, b"kelbrun: \x1b[2J cleared\r\n"),
+                        record("executor", [6], device=dict(DEVICE, host_name="\u00fc" * 60)), None,
+                        b"kelbrun: \x1b[2J cleared\r\n"),
     # The first run packed again after a kill in getResult: the same run id, the
     # history copy gone with the first archive. Counted once in a summary.
     "20261124_060010": ([HOURS_DONE, BOOTS_DONE, ROUNDS], None,

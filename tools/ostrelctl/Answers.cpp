@@ -14,6 +14,7 @@
 
 #include "Client.h"
 #include "JsonText.h"
+#include "Report.h"
 
 namespace ostrelctl {
 
@@ -113,8 +114,10 @@ ExitStatus boolAnswer(const char* method, bool ok, const std::string* log, const
 
 void printLog(const std::string& log, const Options& options) {
     if (!options.showLog || options.json) return;
+    // The log carries a tool's raw output: cleaned of control characters, as
+    // every text printed.
     if (options.verbose) {
-        std::cerr << log;
+        std::cerr << ostrel_report::cleanText(log, true);
         return;
     }
     std::vector<std::string> lines = linesOf(log);
@@ -125,7 +128,7 @@ void printLog(const std::string& log, const Options& options) {
             i += left - 1;
             continue;
         }
-        std::cerr << shortLine(lines[i]) << "\n";
+        std::cerr << shortLine(ostrel_report::cleanText(lines[i])) << "\n";
     }
 }
 

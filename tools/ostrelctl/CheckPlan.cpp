@@ -7,6 +7,7 @@
 
 #include "Client.h"
 #include "PlanCheck.h"
+#include "Report.h"
 
 namespace ostrelctl {
 
@@ -27,7 +28,9 @@ ExitStatus checkPlanCommand(const sp<IOstrel>&, const std::vector<std::string>& 
         for (const auto& f : findings) {
             if (f.problem != wantProblems) continue;
             problems += f.problem;
-            std::cout << (f.problem ? "" : "warning: ") << f.path << ": " << f.message << "\n";
+            // Paths and messages hold the plan's own words: cleaned, as every text printed.
+            std::cout << (f.problem ? "" : "warning: ") << ostrel_report::cleanText(f.path) << ": "
+                      << ostrel_report::cleanText(f.message) << "\n";
         }
     }
     if (problems == 0) std::cout << source << ": the plan is fine\n";

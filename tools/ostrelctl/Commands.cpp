@@ -11,6 +11,7 @@
 
 #include "Client.h"
 #include "JsonText.h"
+#include "Report.h"
 
 namespace ostrelctl {
 
@@ -40,7 +41,7 @@ bool readInput(const std::vector<std::string>& args, std::string* text) {
     }
     std::ifstream in(args[1], std::ios::binary);
     if (!in) {
-        std::cerr << "ostrelctl: cannot read " << args[1] << ": " << strerror(errno) << "\n";
+        std::cerr << "ostrelctl: cannot read " << ostrel_report::cleanText(args[1]) << ": " << strerror(errno) << "\n";
         return false;
     }
     text->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
@@ -116,12 +117,12 @@ ExitStatus installTestersCommand(const sp<IOstrel>& service, const std::vector<s
                                  const Options& options) {
     std::ifstream in(args[1], std::ios::binary);
     if (!in) {
-        std::cerr << "ostrelctl: cannot read " << args[1] << ": " << strerror(errno) << "\n";
+        std::cerr << "ostrelctl: cannot read " << ostrel_report::cleanText(args[1]) << ": " << strerror(errno) << "\n";
         return kUsage;
     }
     std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     if (bytes.size() > kTesterSize) {
-        std::cerr << "ostrelctl: " << args[1] << " holds " << bytes.size()
+        std::cerr << "ostrelctl: " << ostrel_report::cleanText(args[1]) << " holds " << bytes.size()
                   << " bytes; installTesters carries at most " << kTesterSize << "\n";
         return kUsage;
     }

@@ -115,7 +115,7 @@ ExitStatus storePlan(const sp<IOstrel>& service, const std::string& text, bool f
         for (const auto& f : findings) {
             if (!f.problem) continue;
             if (problems++ == 0) std::cerr << "ostrelctl: set-test: the plan was not stored (--force stores it as it is):\n";
-            std::cerr << f.path << ": " << f.message << "\n";
+            std::cerr << ostrel_report::cleanText(f.path) << ": " << ostrel_report::cleanText(f.message) << "\n";
         }
         if (!readable) std::cerr << "ostrelctl: set-test: the plan is " << error << " (--force sends it as it is)\n";
         if (!readable || problems > 0) return kUsage;

@@ -1,6 +1,7 @@
-// Text from an archive made safe for every report format: valid UTF-8 with no
-// control character, so that JSON and XML readers take it, a terminal shows no
-// control sequence and no text can start a line of its own.
+// Text from an archive, a plan or a tool made safe for every output: valid UTF-8
+// with no control character, so that JSON and XML readers take it, a terminal
+// shows no control sequence, no text can start a line of its own and none can
+// reorder what is printed after it.
 #include <cstdint>
 
 #include "Report.h"
@@ -16,6 +17,14 @@ size_t sequenceLength(unsigned char lead) {
     if (lead >= 0xE0 && lead <= 0xEF) return 3;
     if (lead >= 0xF0 && lead <= 0xF4) return 4;
     return 0;
+}
+
+// Characters that move text without being control characters: the line and
+// paragraph separators (a line break to some readers) and the bidirectional
+// marks, embeddings, overrides and isolates (they reorder what follows).
+bool movesText(uint32_t cp) {
+    return cp == 0x2028 || cp == 0x2029 || cp == 0x061C || cp == 0x200E || cp == 0x200F ||
+           (cp >= 0x202A && cp <= 0x202E) || (cp >= 0x2066 && cp <= 0x2069);
 }
 
 }  // namespace
@@ -40,7 +49,7 @@ std::string cleanText(const std::string& text, bool keepLineEnds) {
         // Printable characters of XML 1.0: no C0, DEL or C1 control, no surrogate.
         bool printable = (cp == 0xA && keepLineEnds) || (cp >= 0x20 && cp < 0x7F) ||
                          (cp >= 0xA0 && cp <= 0xD7FF) || (cp >= 0xE000 && cp <= 0xFFFD) || cp >= 0x10000;
-        if (valid && printable) {
+        if (valid && printable && !movesText(cp)) {
             out.append(text, i, length);
         } else {
             out += kReplacement;

@@ -12,8 +12,18 @@ namespace {
 
 constexpr size_t kFailedRunsShown = 5;
 
+// Bytes of a cell in a table row: a row always fits its buffer, so nothing cuts
+// one in the middle of a character.
+constexpr size_t kCellBytes = 80;
+
 std::string cell(const std::string& text) {
-    return cleanText(text).empty() ? "-" : cleanText(text);
+    std::string clean = cleanText(text);
+    if (clean.size() > kCellBytes) {
+        size_t cut = kCellBytes;
+        while (cut > 0 && (static_cast<unsigned char>(clean[cut]) & 0xC0) == 0x80) cut--;
+        clean = clean.substr(0, cut) + "...";
+    }
+    return clean.empty() ? "-" : clean;
 }
 
 std::string durationText(int64_t seconds) {

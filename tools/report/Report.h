@@ -130,8 +130,10 @@ std::string reportLava(const RunReport& report);
 std::vector<std::vector<std::string>> lavaCalls(const RunReport& report);
 
 // |text| as valid UTF-8 without control characters: every C0 and C1 control,
-// DEL, a broken sequence and U+FFFE/U+FFFF become U+FFFD; '\n' is kept only when
-// |keepLineEnds|. What is left is safe for a terminal, JSON and XML 1.0.
+// DEL, a broken sequence, U+FFFE/U+FFFF, the line and paragraph separators and
+// the bidirectional controls become U+FFFD; '\n' is kept only when
+// |keepLineEnds|. What is left is safe for a terminal, JSON and XML 1.0. Every
+// text any command of ostrelctl prints from outside goes through it.
 std::string cleanText(const std::string& text, bool keepLineEnds = false);
 // Escapes |text| for HTML and XML text and attributes (after cleaning it).
 std::string xmlEscape(const std::string& text, bool attribute);

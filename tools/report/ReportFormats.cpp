@@ -88,7 +88,8 @@ class LavaNames {
             safe += ok ? c : '_';
             if (safe.size() == kLavaNameMax) break;
         }
-        if (safe.empty()) safe = "testcase";
+        // LAVA makes a folder of each name: never "", "." or "..".
+        if (safe.find_first_not_of('.') == std::string::npos) safe = "testcase" + safe;
         std::string unique = safe;
         if (taken_.count(unique) != 0) {
             uint64_t& n = next_.emplace(safe, 2).first->second;
@@ -410,7 +411,11 @@ std::string reportJunit(const RunReport& report) {
 // cleans to it gets a suffix); a measurement is always what was reached.
 std::vector<std::vector<std::string>> lavaCalls(const RunReport& report) {
     LavaNames names;
+    // The report's own names first: a test case named like one gets a suffix.
     std::string historyName = names.make(kHistoryName);
+    std::string leftOutName = names.make("left_out");
+    std::vector<std::string> findingNames;
+    for (const RunFinding& f : report.findings) findingNames.push_back(names.make(f.name));
     std::vector<std::vector<std::string>> calls;
     calls.push_back({"lava-test-set", "start", names.make("QAV" + report.stamp)});
     auto call = [&](const std::string& name, Verdict v, int64_t value, const char* units) {
@@ -424,9 +429,9 @@ std::vector<std::vector<std::string>> lavaCalls(const RunReport& report) {
         call(names.make(c.name), c.verdict, c.reached, c.counted ? unitName(c.kind) : nullptr);
     }
     if (leftOutCount(report) > 0) {
-        call(names.make("left_out"), leftOutVerdict(report), static_cast<int64_t>(leftOutCount(report)), "testcases");
+        call(leftOutName, leftOutVerdict(report), static_cast<int64_t>(leftOutCount(report)), "testcases");
     }
-    for (const RunFinding& f : report.findings) call(names.make(f.name), f.verdict, 0, nullptr);
+    for (size_t i = 0; i < report.findings.size(); i++) call(findingNames[i], report.findings[i].verdict, 0, nullptr);
     call(historyName, historyVerdict(report), static_cast<int64_t>(report.crashLineCount), "lines");
     calls.push_back({"lava-test-set", "stop"});
     return calls;
