@@ -75,3 +75,23 @@ TEST(PlanCheck, EachProblemIsFoundWithItsPathAndFix) {
     };
     for (const Row& row : rows) EXPECT_EQ(lines(row.text), row.want) << row.text;
 }
+
+// A plan of many test cases with the same problem gives the first 20 of each kind
+// and a count of the rest, so its check costs lines and memory of the kinds, not
+// of the plan's size.
+TEST(PlanCheck, ProblemsOfOneKindAreShownTwentyTimesAndTheRestCounted) {
+    std::vector<Testcase> cases(5000, rounds("say a", 0));  // each a size of 0
+    std::string text = planJson(PREPARING, false, false, cases);
+    std::vector<std::string> found = lines(text);
+    size_t sizeZero = 0;
+    for (const std::string& line : found) sizeZero += contains(line, ".testcase_value: a size of 0 or below");
+    EXPECT_EQ(sizeZero, 20u);
+    EXPECT_TRUE(std::find(found.begin(), found.end(),
+                          "... 4980 more: a size of 0 or below is reached at once; write the rounds (or hours) to run") !=
+                found.end());
+    // 4999 names shared with the first: one kind, 20 shown.
+    size_t sameName = 0;
+    for (const std::string& line : found) sameName += contains(line, "is also the name of $.testcases[0]");
+    EXPECT_EQ(sameName, 21u);  // 20 shown, and the count of the rest
+    EXPECT_LT(found.size(), 80u);
+}
