@@ -2,6 +2,7 @@
 // with no control character, so that JSON and XML readers take it, a terminal
 // shows no control sequence, no text can start a line of its own and none can
 // reorder what is printed after it.
+#include <algorithm>
 #include <cstdint>
 
 #include "Report.h"
@@ -61,10 +62,14 @@ std::string cleanText(const std::string& text, bool keepLineEnds) {
 }
 
 std::string shownText(const std::string& text) {
-    if (text.size() <= kShownBytes) return text;
-    size_t cut = kShownBytes;
-    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) cut--;
-    return text.substr(0, cut) + " ... (" + std::to_string(text.size() - cut) + " more bytes)";
+    return cutText(text, text.size());
+}
+
+std::string cutText(const std::string& head, size_t total) {
+    if (total <= kShownBytes) return head;
+    size_t cut = std::min(kShownBytes, head.size());
+    while (cut > 0 && cut < head.size() && (static_cast<unsigned char>(head[cut]) & 0xC0) == 0x80) cut--;
+    return head.substr(0, cut) + " ... (" + std::to_string(total - cut) + " more bytes)";
 }
 
 }  // namespace ostrel_report

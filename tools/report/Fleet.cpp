@@ -161,9 +161,19 @@ bool addRun(FleetSummary* fleet, const RunReport& report) {
             }
             it = fleet->signatures.emplace(signature, CrashSignature{signature, line, 0, {}, {}}).first;
         }
-        it->second.count++;
-        it->second.devices.insert(run.device.empty() ? run.stamp : run.device);
-        it->second.configurations.insert(run.configuration.empty() ? "none" : run.configuration);
+        CrashSignature& s = it->second;
+        s.count++;
+        const std::string& device = run.device.empty() ? run.stamp : run.device;
+        const std::string& configuration = run.configuration.empty() ? "none" : run.configuration;
+        bool named = true;
+        for (auto [set, name] : {std::make_pair(&s.devices, &device), std::make_pair(&s.configurations, &configuration)}) {
+            if (set->count(*name) == 0 && set->size() >= kNamedPerSignature) {
+                named = false;
+            } else {
+                set->insert(*name);
+            }
+        }
+        if (!named) s.linesElsewhere++;
     }
     fleet->crashLinesLeftOut += report.crashLineCount - report.crashLines.size();
     fleet->runs.push_back(std::move(run));

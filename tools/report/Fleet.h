@@ -50,11 +50,16 @@ struct FleetCase {
     std::vector<size_t> failedRuns;  // runs where its verdict failed the run
 };
 
+// Devices and configurations named under one signature; lines on further ones
+// are counted, so a summary costs signatures + devices, not their product.
+constexpr size_t kNamedPerSignature = 10;
+
 struct CrashSignature {
     std::string signature;  // the line with numbers, addresses and hex ids masked
     std::string example;    // the first full line seen
     uint64_t count = 0;
-    std::set<std::string> devices, configurations;
+    std::set<std::string> devices, configurations;  // the first kNamedPerSignature of each
+    uint64_t linesElsewhere = 0;  // lines on devices or configurations not named
 };
 
 // An input that could not be read: an archive, a folder or a path.

@@ -90,8 +90,10 @@ std::string fleetText(const FleetSummary& fleet) {
     }
     out += "\nCRASH SIGNATURES\n";
     for (const CrashSignature* s : signaturesByCount(fleet)) {
+        std::string elsewhere = s->linesElsewhere == 0 ? "" :
+                " and " + std::to_string(s->linesElsewhere) + " line(s) on others";
         out += std::to_string(s->count) + "x  " + cleanText(s->signature) + "\n     devices: " +
-               joined(s->devices) + "; configurations: " + joined(s->configurations) +
+               joined(s->devices) + "; configurations: " + joined(s->configurations) + elsewhere +
                "\n     e.g. " + cleanText(s->example) + "\n";
     }
     if (fleet.signatures.empty()) out += "none\n";
@@ -169,6 +171,7 @@ std::string fleetJson(const FleetSummary& fleet) {
         w.StartArray();
         for (const std::string& c : s->configurations) writeClean(w, c);
         w.EndArray();
+        w.Key("lines_elsewhere"); w.Uint64(s->linesElsewhere);
         w.Key("example"); writeClean(w, s->example);
         w.EndObject();
     }

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <map>
 
 #include "Fleet.h"
 #include "FleetPage.h"
@@ -32,9 +33,25 @@ std::string sourceHash(const std::string& page, const std::string& open, const s
     return "'sha256-" + std::string(reinterpret_cast<char*>(encoded)) + "'";
 }
 
-std::string verdictCell(Verdict v, const std::string& title) {
-    return "<td class=\"v v-" + std::string(verdictName(v)) + "\" title=\"" + esc(title) + "\">" +
-           verdictLetter(v) + "</td>";
+// A verdict's cell: its letter, coloured by a class from the verdict model's
+// fixed names. The reason is written once, in the run's own section.
+std::string verdictCell(Verdict v) {
+    return "<td class=\"v v-" + std::string(verdictName(v)) + "\">" + verdictLetter(v) + "</td>";
+}
+
+// The matrix's columns: at most kMatrixColumns test cases, those that failed in
+// any run first, so that the page grows with the runs and test cases, never with
+// their product. The others are counted in each run's last cell.
+constexpr size_t kMatrixColumns = 40;
+
+std::vector<size_t> matrixColumns(const FleetSummary& fleet) {
+    std::vector<size_t> columns;
+    for (bool failed : {true, false}) {
+        for (size_t c = 0; c < fleet.cases.size() && columns.size() < kMatrixColumns; c++) {
+            if (fleet.cases[c].failedRuns.empty() != failed) columns.push_back(c);
+        }
+    }
+    return columns;
 }
 
 std::string badge(Verdict v) {
@@ -50,20 +67,40 @@ std::string matrix(const FleetSummary& fleet) {
                       "<span>A aborted</span> <span>? unknown (not proven)</span> <span>- not in that run</span></p>\n"
                       "<div class=\"scroll\"><table id=\"matrix\">\n<thead><tr><th>Run</th><th>Verdict</th>"
                       "<th>Device</th>";
-    for (const FleetCase& c : fleet.cases) out += "<th>" + esc(c.id) + "</th>";
-    out += "<th>crash history</th></tr></thead>\n<tbody>\n";
+    std::vector<size_t> columns = matrixColumns(fleet);
+    std::map<size_t, size_t> columnOf;
+    for (size_t k = 0; k < columns.size(); k++) {
+        columnOf[columns[k]] = k;
+        out += "<th>" + esc(fleet.cases[columns[k]].id) + "</th>";
+    }
+    bool more = columns.size() < fleet.cases.size();
+    out += std::string(more ? "<th>other test cases</th>" : "") + "<th>crash history</th></tr></thead>\n<tbody>\n";
     for (size_t i = 0; i < fleet.runs.size(); i++) {
         const FleetRun& run = fleet.runs[i];
         out += "<tr data-run=\"" + std::to_string(i + 1) + "\" data-fails=\"" + (failsRun(run.verdict) ? "yes" : "no") +
                "\" data-verdict=\"" + verdictName(run.verdict) +
                "\"><th><a href=\"#run-" + std::to_string(i + 1) + "\">" + esc("QAV" + run.stamp) +
                "</a></th><td>" + badge(run.verdict) + "</td><td>" + esc(run.device) + "</td>";
-        std::vector<const FleetCaseResult*> byCase(fleet.cases.size(), nullptr);
-        for (const FleetCaseResult& r : run.cases) byCase[r.caseIndex] = &r;
-        for (const FleetCaseResult* r : byCase) {
-            out += r ? verdictCell(r->verdict, r->reason) : "<td class=\"v none\">-</td>";
+        std::vector<const FleetCaseResult*> shown(columns.size(), nullptr);
+        uint64_t others[kVerdictCount] = {};
+        for (const FleetCaseResult& r : run.cases) {
+            auto at = columnOf.find(r.caseIndex);
+            if (at != columnOf.end()) {
+                shown[at->second] = &r;
+            } else {
+                others[static_cast<int>(r.verdict)]++;
+            }
         }
-        out += verdictCell(run.history, run.historyReason) + "</tr>\n";
+        for (const FleetCaseResult* r : shown) out += r ? verdictCell(r->verdict) : "<td class=\"v none\">-</td>";
+        if (more) {
+            std::string counts;
+            for (Verdict v : kVerdictOrder) {
+                uint64_t n = others[static_cast<int>(v)];
+                if (n > 0) counts += (counts.empty() ? "" : " ") + std::to_string(n) + " " + verdictLetter(v);
+            }
+            out += "<td>" + (counts.empty() ? std::string("-") : esc(counts)) + "</td>";
+        }
+        out += verdictCell(run.history) + "</tr>\n";
     }
     return out + "</tbody></table></div>\n";
 }
@@ -77,6 +114,7 @@ std::string signatures(const FleetSummary& fleet) {
         std::string devices, configurations;
         for (const auto& d : s->devices) devices += (devices.empty() ? "" : ", ") + d;
         for (const auto& c : s->configurations) configurations += (configurations.empty() ? "" : ", ") + c;
+        if (s->linesElsewhere > 0) devices += " and " + std::to_string(s->linesElsewhere) + " line(s) on others";
         char width[32];
         snprintf(width, sizeof(width), "%.1f", 100.0 * static_cast<double>(s->count) / static_cast<double>(most));
         out += "<div class=\"sig\"><svg class=\"bar\" viewBox=\"0 0 100 4\" preserveAspectRatio=\"none\" "
@@ -143,7 +181,7 @@ std::string runSection(const FleetSummary& fleet, size_t i) {
                       "</dd></dl>\n<div class=\"scroll\"><table><thead><tr><th>Test case</th><th>Verdict</th>"
                       "<th>Reached</th><th>Why</th></tr></thead><tbody>\n";
     for (const FleetCaseResult& r : run.cases) {
-        out += "<tr><td>" + esc(fleet.cases[r.caseIndex].id) + "</td>" + verdictCell(r.verdict, r.reason) +
+        out += "<tr><td>" + esc(fleet.cases[r.caseIndex].id) + "</td>" + verdictCell(r.verdict) +
                "<td>" + esc(r.amount) + "</td><td>" + esc(r.reason) + "</td></tr>\n";
     }
     out += "</tbody></table></div>\n<p>" + std::to_string(run.crashLines) + " crash-history line(s)" +

@@ -146,5 +146,8 @@ void writeClean(Writer& w, const std::string& text) {
 // |text| cut to at most kShownBytes on a character boundary, with how many bytes
 // were left out.
 std::string shownText(const std::string& text);
+// The same for a text of |total| bytes of which |head| holds the first ones
+// (at least kShownBytes + 1 when it is longer).
+std::string cutText(const std::string& head, size_t total);
 
 }  // namespace ostrel_report

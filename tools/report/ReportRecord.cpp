@@ -125,10 +125,17 @@ bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string*
     run.startSeconds = from;
     run.duration = from >= 0 && to >= from ? to - from : -1;
     if (const rapidjson::Value* config = member(doc, key::kConfiguration); config && config->IsObject()) {
+        size_t configurationBytes = 0;
         if (const rapidjson::Value* words = member(*config, key::kWords); words && words->IsArray()) {
+            // The words joined, kept up to what is shown (the rest counted by shownText).
+            size_t total = 0;
             for (const auto& w : words->GetArray()) {
-                if (w.IsString()) run.configuration += (run.configuration.empty() ? "" : " ") + std::string(w.GetString());
+                if (!w.IsString()) continue;
+                std::string word = (total ? " " : "") + std::string(w.GetString(), w.GetStringLength());
+                total += word.size();
+                if (run.configuration.size() <= kShownBytes) run.configuration += word;
             }
+            configurationBytes = total;
         }
         if (const rapidjson::Value* list = member(*config, key::kList); list && (list->IsObject() || list->IsNull())) {
             rapidjson::StringBuffer buffer;
@@ -137,7 +144,9 @@ bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string*
             run.configurationList.assign(buffer.GetString(), buffer.GetSize());
         }
         const rapidjson::Value* status = member(*config, key::kExitStatus);
-        run.configuration += " (exit " + std::to_string(status && status->IsInt() ? status->GetInt() : -1) + ")";
+        // Cut once, here: a record's words can be megabytes.
+        run.configuration = cutText(run.configuration, configurationBytes) + " (exit " +
+                            std::to_string(status && status->IsInt() ? status->GetInt() : -1) + ")";
     }
     if (const rapidjson::Value* device = member(doc, key::kDevice); device && device->IsObject()) {
         for (const auto& m : device->GetObject()) {
