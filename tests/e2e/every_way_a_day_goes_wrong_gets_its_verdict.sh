@@ -111,8 +111,10 @@ check "retry takes the aborted test case (not only failed and erred ones) and sa
     "$retry $(ctl get-test | jq -r '[.testcases[] | select(.select) | .name] | join(",")') $(yes_if grep -q '^  aborted  rounds: the run was aborted' "$rows/retry.out")"
 stop_service
 
-# An incomplete summary: a folder that cannot be read and a path too long to reach.
+# An incomplete summary: a folder that cannot be read, a path too long to reach and
+# a link among the archives (never followed inside a folder).
 mkdir -p "$rows/fleet/locked" && cp "$rows"/aborted/* "$rows/fleet/"
+ln -s /etc/passwd "$rows/fleet/QAV00000000_000001.zip"
 chmod -R a+rX "$rows" && chmod 700 "$rows/fleet/locked"
 python3 -c '
 import os, sys
@@ -122,11 +124,11 @@ for _ in range(20):
     os.chdir("d" * 250)' "$rows/fleet"
 status=0; as_nobody "$OSTRELCTL" report --format json "$rows/fleet" > "$rows/fleet.json" || status=$?
 check "a summary with unreadable inputs is incomplete: its headline, exit 1 (a run failed) and each input with its reason" \
-    "1 aborted, incomplete yes yes" \
-    "$status $(jq -r .headline "$rows/fleet.json") $(jq -r '[.bad_archives[].reason] | any(startswith("cannot read the folder: Permission denied"))' "$rows/fleet.json" | sed 's/true/yes/') $(jq -r '[.bad_archives[].reason] | any(endswith("File name too long"))' "$rows/fleet.json" | sed 's/true/yes/')"
-rm "$rows"/fleet/QAV*
+    "1 aborted, incomplete yes yes yes" \
+    "$status $(jq -r .headline "$rows/fleet.json") $(jq -r '[.bad_archives[].reason] | any(startswith("cannot read the folder: Permission denied"))' "$rows/fleet.json" | sed 's/true/yes/') $(jq -r '[.bad_archives[].reason] | any(endswith("File name too long"))' "$rows/fleet.json" | sed 's/true/yes/') $(jq -r '[.bad_archives[].reason] | any(. == "a symbolic link, not followed inside a folder")' "$rows/fleet.json" | sed 's/true/yes/')"
+rm "$rows"/fleet/QAV2*  # the aborted run; the link stays
 cp "$rows"/norecord/* "$rows/fleet/"
 status=0; as_nobody "$OSTRELCTL" report "$rows/fleet" > "$rows/fleet.txt" || status=$?
 check "no run failed but inputs were unreadable: exit 4 and an incomplete headline" "4 yes" \
-    "$status $(yes_if grep -q '^Ostrel runs: 1 read, 0 failed, 2 not readable: incomplete$' "$rows/fleet.txt")"
+    "$status $(yes_if grep -q '^Ostrel runs: 1 read, 0 failed, 3 not readable: incomplete$' "$rows/fleet.txt")"
 finish

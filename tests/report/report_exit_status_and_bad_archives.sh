@@ -31,6 +31,9 @@ PY
 mkfifo fifo.zip
 python3 "$(dirname "$0")/hostile_archives.py" /tmp/archives
 cp QAVpass.zip QAVrecordfifo.zip && mkfifo QAVrecordfifo.run.json
+# Links beside an archive would show another file's lines or record as the run's.
+cp QAVpass.zip QAVlinkhistory.zip && ln -s /etc/passwd QAVlinkhistory.db_history
+cp QAVpass.zip QAVlinkrecord.zip && ln -s /etc/os-release QAVlinkrecord.run.json
 
 # Sanitizers' shadow memory counts in the peak: the bound holds for the default build.
 rss_bound=$((64 << 10))
@@ -96,6 +99,8 @@ QAVforged.zip|2|ostrelctl: QAVforged.zip: entry "../x\xef\xbf\xbdostrelctl: QAV.
 QAVrecordhuge.zip|2|ostrelctl: QAVrecordhuge.zip: the run record QAVrecordhuge.run.json is not a regular file of at most 4 MiB
 QAVrecorddeep.zip|2|ostrelctl: QAVrecorddeep.zip: the run record QAVrecorddeep.run.json is not a JSON object
 QAVrecordfifo.zip|2|ostrelctl: QAVrecordfifo.zip: the run record QAVrecordfifo.run.json is not a regular file of at most 4 MiB
+QAVlinkhistory.zip|2|ostrelctl: QAVlinkhistory.zip: the history copy QAVlinkhistory.db_history is a symbolic link, which is not followed
+QAVlinkrecord.zip|2|ostrelctl: QAVlinkrecord.zip: the run record QAVlinkrecord.run.json is a symbolic link, which is not followed
 EOF
 check "nothing was written" "$before" "$(listing)"
 

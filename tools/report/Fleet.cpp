@@ -43,6 +43,10 @@ void searchFolder(const std::string& dir, std::vector<std::string>* archives, st
             searchFolder(path, archives, bad);
         } else if (S_ISREG(st.st_mode) && isResultName(name)) {
             archives->push_back(path);
+        } else if (isResultName(name)) {
+            // Inside a folder no link is followed and nothing that is not a file is read.
+            bad->push_back(BadArchive{path, S_ISLNK(st.st_mode) ? "a symbolic link, not followed inside a folder"
+                                                                  : "not a regular file, left out"});
         }
     }
 }

@@ -215,7 +215,8 @@ bool readHistory(ZipArchiveHandle handle, const std::string& archivePath, RunRep
     beside += ".db_history";
     LineCollector lines(&report->crashLines, &report->crashLineCount);
     // O_NONBLOCK: a FIFO in its place must not hang the report.
-    FdCloser file(open(beside.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    // O_NOFOLLOW: a link in its place would show another file's lines as the run's.
+    FdCloser file(open(beside.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
     if (file.fd >= 0) {
         struct stat st;
         if (fstat(file.fd, &st) != 0 || !S_ISREG(st.st_mode)) {
@@ -238,6 +239,9 @@ bool readHistory(ZipArchiveHandle handle, const std::string& archivePath, RunRep
             lines.add(buffer, static_cast<size_t>(n));
         }
         report->historySource = beside;
+    } else if (errno == ELOOP) {
+        *error = "the history copy " + cleanText(beside) + " is a symbolic link, which is not followed";
+        return false;
     } else if (errno != ENOENT) {
         *error = "cannot read the history copy " + cleanText(beside) + ": " + strerror(errno);
         return false;

@@ -72,10 +72,11 @@ std::string errorOf(const ExecutorEnd& end, bool serviceEnded) {
 }
 
 bool readRecordText(const std::string& path, std::string* text, std::string* error) {
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
     if (fd < 0) {
         if (errno == ENOENT) return true;
-        *error = "cannot read the run record " + cleanText(path) + ": " + strerror(errno);
+        *error = errno == ELOOP ? "the run record " + cleanText(path) + " is a symbolic link, which is not followed"
+                                : "cannot read the run record " + cleanText(path) + ": " + strerror(errno);
         return false;
     }
     struct stat st;
