@@ -23,6 +23,7 @@ extern "C" int32_t __android_log_set_minimum_priority(int32_t priority);
 #endif
 
 #include "JsonText.h"
+#include "MappedRead.h"
 #include "Report.h"
 
 namespace ostrel_report {
@@ -353,10 +354,14 @@ bool readRunReport(const std::string& archivePath, RunReport* report, std::strin
     report->archive = archivePath;
     report->stamp = stampOf(archivePath);
     Archive archive;
+    bool cutShort = false;
     // The record first: each test case is judged with it as the plan streams by.
-    bool read = openArchive(archivePath, &archive, error) && readRunRecord(archivePath, &report->run, error) &&
-                readPlan(archive.get(), report, error) && readHistory(archive.get(), archivePath, report, error) &&
-                readLog(archive.get(), report, error);
+    bool read = guardMappedRead([&] {
+        return openArchive(archivePath, &archive, error) && readRunRecord(archivePath, &report->run, error) &&
+               readPlan(archive.get(), report, error) && readHistory(archive.get(), archivePath, report, error) &&
+               readLog(archive.get(), report, error);
+    }, &cutShort);
+    if (cutShort) *error = "the archive was cut short while it was read; read it again once it is whole";
     if (read) report->findings = runFindings(report->run, !report->cases.empty() || leftOutCount(*report) > 0);
     return read;
 }
