@@ -75,6 +75,9 @@ std::string stateName(OstrelState state);
 
 // The text of FILE (args[1]) or of standard input ("-" or no FILE); false, with
 // a line on standard error, when it cannot be read.
+// A plan or a configuration list, from FILE or standard input, at most
+// kInputBytes (as a report reads a plan); false, with a line, for more.
+constexpr size_t kInputBytes = 16u << 20;
 bool readInput(const std::vector<std::string>& args, std::string* text);
 // Removes a "--force" that follows the command's name; true when there was one.
 bool takeForce(std::vector<std::string>* args);

@@ -35,16 +35,26 @@ bool takeForce(std::vector<std::string>* args) {
 }
 
 bool readInput(const std::vector<std::string>& args, std::string* text) {
-    if (args.size() < 2 || args[1] == "-") {
-        text->assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-        return true;
+    bool standardInput = args.size() < 2 || args[1] == "-";
+    std::ifstream file;
+    if (!standardInput) {
+        file.open(args[1], std::ios::binary);
+        if (!file) {
+            std::cerr << "ostrelctl: cannot read " << ostrel_report::cleanText(args[1]) << ": " << strerror(errno)
+                      << "\n";
+            return false;
+        }
     }
-    std::ifstream in(args[1], std::ios::binary);
-    if (!in) {
-        std::cerr << "ostrelctl: cannot read " << ostrel_report::cleanText(args[1]) << ": " << strerror(errno) << "\n";
+    // One byte past the bound tells a text that is too long, without reading all of it.
+    std::istream& in = standardInput ? std::cin : file;
+    text->resize(kInputBytes + 1);
+    in.read(&(*text)[0], static_cast<std::streamsize>(text->size()));
+    text->resize(static_cast<size_t>(in.gcount()));
+    if (text->size() > kInputBytes) {
+        std::cerr << "ostrelctl: " << ostrel_report::cleanText(standardInput ? "-" : args[1])
+                  << ": more than 16 MiB, which no plan or list is\n";
         return false;
     }
-    text->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     return true;
 }
 

@@ -95,9 +95,9 @@ ExitStatus fleetReport(const std::vector<std::string>& names, const std::string&
         if (format == "lava" && lavaOut(report, exec) != kOk) return kUsage;
     }
     if (format == "junit") std::cout << junitTail();
-    if (format == "text") std::cout << fleetText(fleet);
-    if (format == "json") std::cout << fleetJson(fleet);
-    if (format == "html") std::cout << fleetHtml(fleet);
+    if (format == "text") fleetText(fleet, std::cout);
+    if (format == "json") fleetJson(fleet, std::cout);
+    if (format == "html") fleetHtml(fleet, std::cout);
     std::cout.flush();
     for (const BadArchive& bad : fleet.bad) {
         if (format == "junit" || format == "lava") {

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <map>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -112,9 +113,10 @@ int fleetExitStatus(const FleetSummary& fleet);
 
 // The formats of a summary. JUnit is written run by run as they are read: one
 // <testsuite> per run (junitSuite), one per bad archive, in one <testsuites>.
-std::string fleetText(const FleetSummary& fleet);
-std::string fleetJson(const FleetSummary& fleet);
-std::string fleetHtml(const FleetSummary& fleet);
+// Each writes to |out| as it goes: the output is never held whole.
+void fleetText(const FleetSummary& fleet, std::ostream& out);
+void fleetJson(const FleetSummary& fleet, std::ostream& out);
+void fleetHtml(const FleetSummary& fleet, std::ostream& out);
 std::string junitSuite(const RunReport& report);
 std::string junitBadArchive(const BadArchive& bad);
 std::string junitHead();

@@ -1,6 +1,6 @@
 // The summary of many runs as tables for a person and as one JSON document.
+#include <rapidjson/ostreamwrapper.h>
 #include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
 
 #include <cstdio>
 
@@ -45,7 +45,7 @@ std::string joined(const std::set<std::string>& items) {
     return out;
 }
 
-void writeCounts(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w, const uint64_t counts[kVerdictCount]) {
+void writeCounts(rapidjson::PrettyWriter<rapidjson::OStreamWrapper>& w, const uint64_t counts[kVerdictCount]) {
     w.StartObject();
     for (Verdict v : kVerdictOrder) {
         w.Key(verdictName(v));
@@ -56,25 +56,25 @@ void writeCounts(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w, const uint
 
 }  // namespace
 
-std::string fleetText(const FleetSummary& fleet) {
-    std::string out = "Ostrel runs: " + std::to_string(fleet.runs.size()) + " read, " +
+void fleetText(const FleetSummary& fleet, std::ostream& out) {
+    out << "Ostrel runs: " + std::to_string(fleet.runs.size()) + " read, " +
                       std::to_string(failedRuns(fleet)) + " failed, " + std::to_string(fleet.bad.size()) +
                       " not readable: " + fleetHeadline(fleet) + "\n\nRUNS\n";
     char row[512];
     snprintf(row, sizeof(row), "%-4s %-8s %-22s %-10s %-16s %-20s %s\n", "RUN", "VERDICT", "STAMP",
              "DURATION", "END", "DEVICE", "BUILD / CONFIGURATION");
-    out += row;
+    out << row;
     for (size_t i = 0; i < fleet.runs.size(); i++) {
         const FleetRun& run = fleet.runs[i];
         snprintf(row, sizeof(row), "%-4zu %-8s %-22s %-10s %-16s %-20s ", i + 1, verdictName(run.verdict),
                  cell(run.stamp).c_str(), durationText(run.duration).c_str(), cell(endText(run)).c_str(),
                  cell(run.device).c_str());
-        out += row + cell(run.build) + " / " + cell(run.configuration) + "\n";
+        out << row + cell(run.build) + " / " + cell(run.configuration) + "\n";
     }
-    out += "\nTEST CASES\n";
+    out << "\nTEST CASES\n";
     snprintf(row, sizeof(row), "%5s %5s %5s %7s %7s  %-7s %s\n", "PASS", "FAIL", "ERROR", "ABORTED", "UNKNOWN",
              "KIND", "TEST CASE: RUNS THAT FAILED");
-    out += row;
+    out << row;
     for (const FleetCase& c : fleet.cases) {
         auto n = [&c](Verdict v) { return static_cast<unsigned long long>(c.counts[static_cast<int>(v)]); };
         snprintf(row, sizeof(row), "%5llu %5llu %5llu %7llu %7llu  %-7s ", n(Verdict::Pass), n(Verdict::Fail),
@@ -86,37 +86,37 @@ std::string fleetText(const FleetSummary& fleet) {
         if (c.failedRuns.size() > kFailedRunsShown) {
             runs += " and " + std::to_string(c.failedRuns.size() - kFailedRunsShown) + " more";
         }
-        out += row + cell(c.id) + (runs.empty() ? "" : ": " + runs) + "\n";
+        out << row + cell(c.id) + (runs.empty() ? "" : ": " + runs) + "\n";
     }
-    out += "\nCRASH SIGNATURES\n";
+    out << "\nCRASH SIGNATURES\n";
     for (const CrashSignature* s : signaturesByCount(fleet)) {
         std::string elsewhere = s->linesElsewhere == 0 ? "" :
                 " and " + std::to_string(s->linesElsewhere) + " line(s) on others";
-        out += std::to_string(s->count) + "x  " + cleanText(s->signature) + "\n     devices: " +
+        out << std::to_string(s->count) + "x  " + cleanText(s->signature) + "\n     devices: " +
                joined(s->devices) + "; configurations: " + joined(s->configurations) + elsewhere +
                "\n     e.g. " + cleanText(s->example) + "\n";
     }
-    if (fleet.signatures.empty()) out += "none\n";
+    if (fleet.signatures.empty()) out << "none\n";
     if (fleet.otherCrashLines > 0) {
-        out += std::to_string(fleet.otherCrashLines) + " line(s) of further signatures, counted together\n";
+        out << std::to_string(fleet.otherCrashLines) + " line(s) of further signatures, counted together\n";
     }
     if (fleet.crashLinesLeftOut > 0) {
-        out += std::to_string(fleet.crashLinesLeftOut) + " line(s) beyond the first 1,000 of their run, not grouped\n";
+        out << std::to_string(fleet.crashLinesLeftOut) + " line(s) beyond the first 1,000 of their run, not grouped\n";
     }
     if (!fleet.bad.empty()) {
-        out += "\nNOT READABLE\n";
-        for (const BadArchive& b : fleet.bad) out += cleanText(b.archive) + ": " + cleanText(b.reason) + "\n";
+        out << "\nNOT READABLE\n";
+        for (const BadArchive& b : fleet.bad) out << cleanText(b.archive) + ": " + cleanText(b.reason) + "\n";
     }
     if (!fleet.duplicates.empty()) {
-        out += "\nDUPLICATES\n";
-        for (const BadArchive& d : fleet.duplicates) out += cleanText(d.archive) + ": " + cleanText(d.reason) + "\n";
+        out << "\nDUPLICATES\n";
+        for (const BadArchive& d : fleet.duplicates) out << cleanText(d.archive) + ": " + cleanText(d.reason) + "\n";
     }
-    return out;
 }
 
-std::string fleetJson(const FleetSummary& fleet) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::PrettyWriter<rapidjson::StringBuffer> w(buffer);
+void fleetJson(const FleetSummary& fleet, std::ostream& out) {
+    // Written as it is made: a summary of many runs is never held as one text.
+    rapidjson::OStreamWrapper stream(out);
+    rapidjson::PrettyWriter<rapidjson::OStreamWrapper> w(stream);
     w.SetIndent(' ', 2);
     w.StartObject();
     w.Key("verdict"); w.String(verdictName(fleetVerdict(fleet)));
@@ -191,7 +191,7 @@ std::string fleetJson(const FleetSummary& fleet) {
         w.EndArray();
     }
     w.EndObject();
-    return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
+    out << "\n";
 }
 
 }  // namespace ostrel_report

@@ -196,7 +196,7 @@ std::string runSection(const FleetSummary& fleet, size_t i) {
 
 }  // namespace
 
-std::string fleetHtml(const FleetSummary& fleet) {
+void fleetHtml(const FleetSummary& fleet, std::ostream& out) {
     const std::string page = kFleetPage;
     std::string csp = "default-src 'none'; style-src " + sourceHash(page, "<style>", "</style>") +
                       "; script-src " + sourceHash(page, "<script>", "</script>") +
@@ -219,12 +219,13 @@ std::string fleetHtml(const FleetSummary& fleet) {
         body += "</ul>\n";
     }
     body += "<h2 id=\"details\">Each run</h2>\n";
-    for (size_t i = 0; i < fleet.runs.size(); i++) body += runSection(fleet, i);
-    body += "</main>";
-    std::string out = page;
-    out.replace(out.find("@CSP@"), 5, csp);
-    out.replace(out.find("@BODY@"), 6, body);
-    return out;
+    // The page streams out around the body: the runs' sections, which grow with the
+    // input, are written one at a time and never held together.
+    std::string head = page.substr(0, page.find("@BODY@"));
+    head.replace(head.find("@CSP@"), 5, csp);
+    out << head << body;
+    for (size_t i = 0; i < fleet.runs.size(); i++) out << runSection(fleet, i);
+    out << "</main>" << page.substr(page.find("@BODY@") + 6);
 }
 
 }  // namespace ostrel_report
