@@ -1,7 +1,11 @@
 """The golden set: small result archives, each with the files a device hands over
 beside it, one for every way a run can go that the report must tell apart.
 
-    golden_archives.py DIR    writes DIR/QAV<stamp>.zip (and .run.json, .db_history)
+    golden_archives.py DIR                 writes DIR/QAV<stamp>.zip (and .run.json, .db_history)
+    golden_archives.py --fleet-seeds DIR   the same as seeds of the fleet fuzz target: each seed
+                                           a few archives, each as 2 bytes (little-endian) of
+                                           record length, the record, 3 bytes of archive
+                                           length, the archive
 
 Every byte is fixed (entry times included), so the reports of them are too.
 """
@@ -114,8 +118,30 @@ GOLDEN = {
 }
 
 
+def fleet_seeds(directory):
+    import struct
+    import tempfile
+    with tempfile.TemporaryDirectory() as made:
+        write_all(made)
+        stamps = sorted(GOLDEN)
+        os.makedirs(directory, exist_ok=True)
+        for first in range(0, len(stamps), 3):
+            seed = b""
+            for stamp in stamps[first:first + 4]:
+                stem = os.path.join(made, "QAV" + stamp)
+                record = open(stem + ".run.json", "rb").read() if os.path.exists(stem + ".run.json") else b""
+                data = open(stem + ".zip", "rb").read()
+                seed += struct.pack("<H", len(record)) + record + struct.pack("<I", len(data))[:3] + data
+            open(os.path.join(directory, "seed%02d" % first), "wb").write(seed)
+
+
 def main():
-    directory = sys.argv[1]
+    if sys.argv[1] == "--fleet-seeds":
+        return fleet_seeds(sys.argv[2])
+    write_all(sys.argv[1])
+
+
+def write_all(directory):
     os.makedirs(directory, exist_ok=True)
     for stamp, (cases, inside, beside, history, log) in GOLDEN.items():
         stem = os.path.join(directory, "QAV" + stamp)
