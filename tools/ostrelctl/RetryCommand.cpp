@@ -54,6 +54,50 @@ void setMember(rapidjson::Value& object, const char* key, rapidjson::Value value
     }
 }
 
+// The archived plan |text| made the plan to store again: the test cases to run
+// again selected (|count| of them, each a line of |list|, the first
+// kShownCases), every counter reset. False when it is no JSON object. The
+// plan's document is let go before the plan is stored and checked again.
+bool retryPlan(const std::string& text, const RunFacts& run, bool failedOnly, std::string* planText,
+               size_t* count, std::string* list) {
+    rapidjson::Document plan;
+    if (!core::parseJsonText(plan, text.data(), text.size()) || !plan.IsObject()) return false;
+    auto& a = plan.GetAllocator();
+    auto cases = plan.FindMember(core::plankey::kTestcases);
+    size_t& again = *count;
+    if (cases != plan.MemberEnd() && cases->value.IsArray()) {
+        int64_t index = 0;
+        for (auto& tc : cases->value.GetArray()) {
+            int64_t i = index++;
+            if (!tc.IsObject()) continue;
+            bool rerun = false;
+            if (core::readTestcase(tc).isSelect) {
+                CaseReport c = judgeTestcase(tc, i, run);
+                rerun = retried(c.verdict, failedOnly);
+                if (rerun && again < kShownCases) {
+                    *list += "  " + std::string(verdictName(c.verdict)) + "  " + cleanText(c.name) + ": " +
+                            cleanText(c.reason) + "\n";
+                }
+            }
+            again += rerun;
+            setMember(tc, core::plankey::kSelect, rapidjson::Value(rerun), a);
+            for (const char* key : {core::plankey::kCurrentTime, core::plankey::kTargetTime,
+                                    core::plankey::kCurrentRound, core::plankey::kTargetRound}) {
+                setMember(tc, key, rapidjson::Value(0), a);
+            }
+        }
+    }
+    setMember(plan, core::plankey::kNotSet, rapidjson::Value(false), a);
+    setMember(plan, core::plankey::kCurrentState, rapidjson::Value(1), a);
+    setMember(plan, core::plankey::kRunStart, rapidjson::Value(false), a);
+    setMember(plan, core::plankey::kRunFinished, rapidjson::Value(false), a);
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    plan.Accept(writer);
+    planText->assign(buffer.GetString(), buffer.GetSize());
+    return true;
+}
+
 }  // namespace
 
 ExitStatus retryCommand(const sp<IOstrel>& service, const std::vector<std::string>& given,
@@ -83,36 +127,13 @@ ExitStatus retryCommand(const sp<IOstrel>& service, const std::vector<std::strin
         std::cerr << "ostrelctl: retry: the result is of another device (its " << other << ")\n";
         return kRefused;
     }
-    rapidjson::Document plan;
-    if (!core::parseJsonText(plan, text.data(), text.size()) || !plan.IsObject()) {
+    std::string planText, list;
+    size_t again = 0;
+    bool parsed = retryPlan(text, run, failedOnly, &planText, &again, &list);
+    text = std::string();
+    if (!parsed) {
         std::cerr << "ostrelctl: retry: " << cleanText(archive) << ": the archived plan is not a JSON object\n";
         return kUsage;
-    }
-    auto& a = plan.GetAllocator();
-    auto cases = plan.FindMember(core::plankey::kTestcases);
-    size_t again = 0;
-    std::string list;  // what is run again and why, a line each (the first kShownCases)
-    if (cases != plan.MemberEnd() && cases->value.IsArray()) {
-        int64_t index = 0;
-        for (auto& tc : cases->value.GetArray()) {
-            int64_t i = index++;
-            if (!tc.IsObject()) continue;
-            bool rerun = false;
-            if (core::readTestcase(tc).isSelect) {
-                CaseReport c = judgeTestcase(tc, i, run);
-                rerun = retried(c.verdict, failedOnly);
-                if (rerun && again < kShownCases) {
-                    list += "  " + std::string(verdictName(c.verdict)) + "  " + cleanText(c.name) + ": " +
-                            cleanText(c.reason) + "\n";
-                }
-            }
-            again += rerun;
-            setMember(tc, core::plankey::kSelect, rapidjson::Value(rerun), a);
-            for (const char* key : {core::plankey::kCurrentTime, core::plankey::kTargetTime,
-                                    core::plankey::kCurrentRound, core::plankey::kTargetRound}) {
-                setMember(tc, key, rapidjson::Value(0), a);
-            }
-        }
     }
     if (again == 0) {
         std::cerr << "ostrelctl: retry: nothing to retry: every selected test case "
@@ -122,14 +143,7 @@ ExitStatus retryCommand(const sp<IOstrel>& service, const std::vector<std::strin
     }
     std::cout << "retry: run again from " << cleanText(archive) << ":\n" << list;
     if (again > kShownCases) std::cout << "  ... and " << again - kShownCases << " more\n";
-    setMember(plan, core::plankey::kNotSet, rapidjson::Value(false), a);
-    setMember(plan, core::plankey::kCurrentState, rapidjson::Value(1), a);
-    setMember(plan, core::plankey::kRunStart, rapidjson::Value(false), a);
-    setMember(plan, core::plankey::kRunFinished, rapidjson::Value(false), a);
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    plan.Accept(writer);
-    ExitStatus status = storePlan(service, std::string(buffer.GetString(), buffer.GetSize()), false, options);
+    ExitStatus status = storePlan(service, planText, false, options);
     if (status != kOk) return status;
     if (run.configurationList.empty()) {
         std::cerr << "ostrelctl: retry: the run applied no configuration; the current one stays\n";
