@@ -61,6 +61,14 @@ const Command kCommands[] = {
          "1 when there is no run: IDLE or PREPARING); waits for a\n"
          "service that restarts\n",
          Command::kService, 0, 0, watchCommand},
+        {"plan-template", "",
+         "print a plan to start from (JSON) with one test case of\n"
+         "each kind: 3 rounds run by the executor, 1 hour counted\n"
+         "by the planner's ticks, a boot test of 3 boots; the\n"
+         "commands are the executor stand-in's words (stress,\n"
+         "sleep): put your executor's, then check-plan and\n"
+         "set-test it, e.g. ostrelctl plan-template > plan.json\n",
+         Command::kCheck, 0, 0, planTemplateCommand},
         {"check-plan", "FILE|-",
          "every problem of a plan that the service would store but\n"
          "run wrong, one line each with its JSON path and what to\n"
@@ -104,7 +112,7 @@ which plans and runs hardware experiments on this device.
 
 const char* const kHeadings[] = {
         "Commands (one IOstrel method each):",
-        "Checking a plan (offline: no service, no bus):",
+        "Writing and checking a plan (offline: no service, no bus):",
         ("Reporting a result (offline: no service, no bus; a result pulled off a device\n"
          "can be reported anywhere):"),
 };
