@@ -1,7 +1,8 @@
-# scripts/demo keeps its data partition in the folder named by OSTREL_DEMO_DATA: a
-# folder it did not make is refused with one line and left as it was, before
-# anything is built or run. With --whole, the README's demo runs end to end
-# (reboots included) on a folder an earlier demo made, which it empties first.
+# scripts/demo and scripts/device-shell keep a data partition in a folder the user
+# names (OSTREL_DEMO_DATA, --data): a folder they did not make is refused with one
+# line and left as it was, before anything is built or run. With --whole, the
+# README's demo runs end to end (reboots included) on a folder an earlier demo
+# made, which it empties first.
 source "$(dirname "$0")/lib.sh"
 scripts=$OSTREL_SOURCE_DIR/scripts
 work=$(mktemp -d "${TMPDIR:-/tmp}/ostrel-demo-test.XXXXXX")
@@ -30,12 +31,14 @@ echo "a week of measurements" > "$work/mine/notes/results.txt"
 echo "not a folder" > "$work/file"
 not_ours="is not empty and has no %s (the mark of a folder these scripts made): left as it is (remove it yourself if an older script made it)"
 demo_note=$(printf "$not_ours" .ostrel-demo-data)
+shell_note=$(printf "$not_ours" ".ostrel-device-data .ostrel-demo-data")
 # script | folder | its line on standard error
 while IFS='|' read -r script folder line; do
     before=$(tree "$work")
     status=0
     case $script in
     demo) out=$(OSTREL_DEMO_DATA=$work/$folder "$scripts/demo" 2>&1) || status=$? ;;
+    device-shell) out=$("$scripts/device-shell" --data "$work/$folder" -- true 2>&1) || status=$? ;;
     esac
     check "$script on $folder: refused with exit 2 and one line, nothing changed" \
         "2 1 $script: $work/$folder $line same" \
@@ -44,6 +47,11 @@ done <<EOF
 demo|mine|$demo_note; set OSTREL_DEMO_DATA to a new or empty folder
 demo|mine/notes|$demo_note; set OSTREL_DEMO_DATA to a new or empty folder
 demo|file|is not a folder; set OSTREL_DEMO_DATA to a new or empty folder
+device-shell|mine|$shell_note; give --data a new or empty folder
 EOF
 
+# A new folder: the device shell makes it, marks it, and keeps the partition in it.
+"$scripts/device-shell" --data "$work/device" -- ostrelctl state >/dev/null
+check "device-shell --data on a new folder: made, marked, the partition kept" "yes yes" \
+    "$(yes_if test -f "$work/device/.ostrel-device-data") $(yes_if test -s "$work/device/vendor/qav/data/ostreldata.txt")"
 finish
