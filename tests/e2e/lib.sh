@@ -43,8 +43,8 @@ plan() { local IFS=,; printf '{"not_set":false,"current_state":1,"run_start":fal
 name_owned() { [ "$(busctl call "${BUS[@]}" NameHasOwner s "$NAME" 2>/dev/null)" == "b true" ]; }
 
 SERVICE_PID=""
-start_service() {  # the service, as root, with its standard error in SERVICE_LOG
-    "$SERVICE_BIN" 2>>"$SERVICE_LOG" &
+start_service() {  # the service, as root, its output in SERVICE_LOG (so that no reader of ours waits on it)
+    "$SERVICE_BIN" >>"$SERVICE_LOG" 2>&1 &
     SERVICE_PID=$!
     for _ in $(seq 100); do name_owned && return 0; kill -0 "$SERVICE_PID" 2>/dev/null || break; sleep 0.05; done
     echo "FAIL: the service did not take its bus name"; cat "$SERVICE_LOG"; exit 1

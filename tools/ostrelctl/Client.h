@@ -66,6 +66,7 @@ ExitStatus getTestCommand(const sp<IOstrel>&, const std::vector<std::string>&, c
 ExitStatus setTestCommand(const sp<IOstrel>&, const std::vector<std::string>&, const Options&);
 ExitStatus getResultCommand(const sp<IOstrel>&, const std::vector<std::string>&, const Options&);
 ExitStatus watchCommand(const sp<IOstrel>&, const std::vector<std::string>&, const Options&);
+ExitStatus planTemplateCommand(const sp<IOstrel>&, const std::vector<std::string>&, const Options&);
 ExitStatus checkPlanCommand(const sp<IOstrel>&, const std::vector<std::string>&, const Options&);
 ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>&, const Options&);
 ExitStatus retryCommand(const sp<IOstrel>&, const std::vector<std::string>&, const Options&);

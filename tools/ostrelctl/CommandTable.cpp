@@ -53,14 +53,26 @@ const Command kCommands[] = {
          "configuration that run applied; refused for a result of\n"
          "another device. Then run-start runs them.\n",
          Command::kService, 1, 2, retryCommand},
-        {"watch", "",
+        {"watch", "[--plain]",
          "show the state and a progress bar per selected test case\n"
-         "(hours with what is left, boots; rounds are the\n"
-         "executor's) with the time of each update, until the run\n"
-         "leaves RUNNING or is found ended in COMPLETING (exit 0;\n"
-         "1 when there is no run: IDLE or PREPARING); waits for a\n"
-         "service that restarts\n",
-         Command::kService, 0, 0, watchCommand},
+         "(hours with what is left and when they end, about, at a\n"
+         "tick of 10 s every 10 s; boots; rounds are the\n"
+         "executor's) with the time of each update and the run's\n"
+         "time so far, until the run leaves RUNNING or is found\n"
+         "ended in COMPLETING (exit 0; 1 when there is no run:\n"
+         "IDLE or PREPARING); waits for a service that restarts.\n"
+         "On a terminal the block is redrawn in place; --plain\n"
+         "prints a new block at each change instead, with no\n"
+         "cursor codes (for a log, e.g. a LAVA test shell)\n",
+         Command::kService, 0, 1, watchCommand},
+        {"plan-template", "",
+         "print a plan to start from (JSON) with one test case of\n"
+         "each kind: 3 rounds run by the executor, 1 hour counted\n"
+         "by the planner's ticks, a boot test of 3 boots; the\n"
+         "commands are the executor stand-in's words (stress,\n"
+         "sleep): put your executor's, then check-plan and\n"
+         "set-test it, e.g. ostrelctl plan-template > plan.json\n",
+         Command::kCheck, 0, 0, planTemplateCommand},
         {"check-plan", "FILE|-",
          "every problem of a plan that the service would store but\n"
          "run wrong, one line each with its JSON path and what to\n"
@@ -104,7 +116,7 @@ which plans and runs hardware experiments on this device.
 
 const char* const kHeadings[] = {
         "Commands (one IOstrel method each):",
-        "Checking a plan (offline: no service, no bus):",
+        "Writing and checking a plan (offline: no service, no bus):",
         ("Reporting a result (offline: no service, no bus; a result pulled off a device\n"
          "can be reported anywhere):"),
 };

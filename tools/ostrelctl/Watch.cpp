@@ -1,13 +1,16 @@
 // ostrelctl watch: the planner's state and one progress bar per selected test
-// case (rounds or hours, from the plan's counters), until the run leaves
-// RUNNING. On a terminal the bars are redrawn in place; otherwise a new block
-// is printed whenever something changed.
+// case (rounds or hours, from the plan's counters), with an estimate of the end
+// of each time-based one and the run's time so far, until the run leaves
+// RUNNING. On a terminal the bars are redrawn in place; otherwise, and always
+// with --plain, a new block is printed whenever something changed.
 #include <rapidjson/document.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -25,6 +28,9 @@ using ::android::hardware::hidl_string;
 namespace {
 
 constexpr int kBarWidth = 30;
+// A tick every 10 seconds counts 10 seconds of each time-based test case: the
+// seconds left of one are also the seconds until it reaches its target.
+constexpr double kCountedPerSecond = 1.0;
 
 std::string bar(double done, double target) {
     double fraction = target > 0 ? done / target : 0;
@@ -48,10 +54,66 @@ std::string hoursText(int seconds) {
     return buf;
 }
 
-// One line per selected test case of |plan| (a note when there is none), and
-// whether every test case the planner counts has reached its target.
-std::string progressLines(const std::string& plan, bool* allReached) {
+// "40 s", "12 min 5 s", "3 h 20 min", "4 d 2 h"; a part of 0 is left out ("1 h").
+std::string durationText(long seconds) {
+    struct Unit {
+        long seconds;
+        const char* name;
+    };
+    static const Unit kUnits[] = {{86400, "d"}, {3600, "h"}, {60, "min"}, {1, "s"}};
+    // The two largest units of the span: days and hours from 2 days on, hours and
+    // minutes from an hour, minutes and seconds below.
+    int u = seconds >= 2 * 86400 ? 0 : seconds >= 3600 ? 1 : seconds >= 60 ? 2 : 3;
+    std::string text = std::to_string(seconds / kUnits[u].seconds) + " " + kUnits[u].name;
+    long rest = u < 3 ? seconds % kUnits[u].seconds / kUnits[u + 1].seconds : 0;
+    if (rest > 0) text += " " + std::to_string(rest) + " " + kUnits[u + 1].name;
+    return text;
+}
+
+// The local time |when| as "14:05" on the day |now|, else "2025-03-04 14:05".
+std::string clockText(time_t when, time_t now) {
+    struct tm at, today;
+    char text[32] = "";
+    if (localtime_r(&when, &at) == nullptr || localtime_r(&now, &today) == nullptr) return "?";
+    bool sameDay = at.tm_year == today.tm_year && at.tm_yday == today.tm_yday;
+    strftime(text, sizeof(text), sameDay ? "%H:%M" : "%Y-%m-%d %H:%M", &at);
+    return text;
+}
+
+// What watch remembers between updates: when it first saw each time-based test
+// case's counter at its current value (the end it reaches is estimated from
+// then, so the estimate moves only when a tick counts), and the run's time.
+struct Progress {
+    struct Seen {
+        int value;
+        time_t at;
+    };
+    std::map<int, Seen> seen;  // by the test case's index in the plan
+    int counted = 0;           // the largest time counted of a time-based test case
+    bool counting = false;     // one of them is still short of its target
+};
+
+// "      about 1 h 20 min left, ends about 14:05": the end of a time-based test
+// case |i| that has |left| seconds to count, seen now at |now|.
+std::string estimateLine(Progress* progress, int i, int current, int left, time_t now) {
+    auto seen = progress->seen.find(i);
+    if (seen == progress->seen.end() || seen->second.value != current) {
+        seen = progress->seen.insert_or_assign(i, Progress::Seen{current, now}).first;
+    }
+    long seconds = static_cast<long>(left / kCountedPerSecond + 0.5);
+    long minutes = (seconds + 59) / 60;
+    return "      about " + durationText(minutes * 60) + " left, ends about " +
+           clockText(seen->second.at + seconds, now) + "\n";
+}
+
+// One line per selected test case of |plan| (a note when there is none), in a
+// live run each time-based one short of its target followed by its estimate,
+// and whether every test case the planner counts has reached its target.
+std::string progressLines(const std::string& plan, bool running, bool* allReached, Progress* progress,
+                          time_t now) {
     *allReached = false;
+    progress->counted = 0;
+    progress->counting = false;
     rapidjson::Document doc;
     if (!core::parseJsonText(doc, plan.data(), plan.size()) || !doc.IsObject()) {
         return "  (no plan available)\n";
@@ -80,6 +142,11 @@ std::string progressLines(const std::string& plan, bool* allReached) {
                                                (cur < target ? ", " + hoursText(target - cur) + " left" : "")
                                      : std::to_string(cur) + " of " + std::to_string(target) + " boots";
         out << "  " << bar(cur, target) << "  " << amount << "  " << name << "\n";
+        if (counting == core::Counting::ByTime) {
+            progress->counted = std::max(progress->counted, cur);
+            progress->counting = progress->counting || cur < target;
+            if (running && cur < target) out << estimateLine(progress, i, cur, target - cur, now);
+        }
     }
     *allReached = counted > 0 && reached == counted;
     std::string lines = out.str();
@@ -111,14 +178,26 @@ sp<IOstrel> reconnect(double seconds) {
 // Exit 0 once the run has left RUNNING or is found ended (COMPLETING), 1 when
 // there is no run (IDLE, PREPARING), 3 when the service is gone for longer than
 // the reconnect time.
-ExitStatus watchCommand(const sp<IOstrel>& first, const std::vector<std::string>&,
+ExitStatus watchCommand(const sp<IOstrel>& first, const std::vector<std::string>& args,
                         const Options& options) {
-    bool tty = isatty(STDOUT_FILENO) && !options.json;
+    bool plain = args.size() == 2 && args[1] == "--plain";
+    if (args.size() > 1 && !plain) {
+        std::cerr << "ostrelctl: usage: ostrelctl watch [--plain]\n";
+        return kUsage;
+    }
+    // A LAVA test shell is a terminal too: --plain keeps its log free of cursor codes.
+    bool tty = isatty(STDOUT_FILENO) && !options.json && !plain;
     sp<IOstrel> service = first;
     std::string shown;
     int shownLines = 0;
     bool sawRun = false;
     auto start = std::chrono::steady_clock::now();
+    Progress progress;
+    // The run's time: what the planner had counted when the run was first seen,
+    // and the watch's own clock from then on (a time-based test case counts from
+    // the start of the run, but not while the device is off).
+    int countedFirst = -1;
+    bool runTimeKnown = false;
     for (;;) {
         auto state = service->getState();
         std::string plan, log;
@@ -146,7 +225,8 @@ ExitStatus watchCommand(const sp<IOstrel>& first, const std::vector<std::string>
             block = watchJson(value, plan);
         } else {
             bool allReached = false;
-            std::string lines = progressLines(plan, &allReached);
+            std::string lines = progressLines(plan, value == OstrelState::RUNNING, &allReached, &progress,
+                                              time(nullptr));
             block = "state: " + stateName(value) + "\n" + lines;
             if (allReached && value == OstrelState::RUNNING) {
                 block += "  every counted target is reached: the run ends when the executor ends "
@@ -157,8 +237,17 @@ ExitStatus watchCommand(const sp<IOstrel>& first, const std::vector<std::string>
             if (tty && shownLines > 0) std::cout << "\033[" << shownLines << "A\033[J";
             int watched = static_cast<int>(std::chrono::duration<double>(
                                                    std::chrono::steady_clock::now() - start).count());
-            std::string stamp = options.json ? "" : "at " + clockNow() + ", watched " +
-                                                            std::to_string(watched) + " s\n";
+            std::string stamp = "at " + clockNow() + ", watched " + std::to_string(watched) + " s";
+            if (value == OstrelState::RUNNING || value == OstrelState::COMPLETING) {
+                if (countedFirst < 0) {
+                    countedFirst = progress.counted;
+                    runTimeKnown = progress.counting;
+                }
+                long runTime = std::max<long>(progress.counted, countedFirst + watched);
+                stamp += std::string(", run time ") + (runTimeKnown ? "" : "at least ") +
+                         durationText(runTime);
+            }
+            stamp = options.json ? "" : stamp + "\n";
             std::cout << stamp << block << std::flush;
             shown = block;
             shownLines = 0;
