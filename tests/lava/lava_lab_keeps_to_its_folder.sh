@@ -21,6 +21,15 @@ status=0; out=$("$lab" up --dir "$work/with space" --devices 1 2>&1) || status=$
 check "up in a folder whose path has a space: refused (exit 2) before anything starts" \
     "2 yes no" "$status $(yes_if grep -q 'only letters, digits' <<<"$out") $(yes_if test -e "$work/with space")"
 
+# The lab's devices are folders bound writable into the device sandbox; the lab's
+# folder may lie in a build tree outside the project, which the sandbox shows
+# read-only: the bound folder in it stays writable.
+mkdir -p "$work/build/lab/device"
+OSTREL_BUILD_DIR=$work/build "$OSTREL_SOURCE_DIR/scripts/devsandbox" --no-bus --bind "$work/build/lab/device" \
+    "$work/build/lab/device" -- sh -c "echo on > '$work/build/lab/device/power'" 2>/dev/null || true
+check "a folder bound into the device sandbox from a build tree outside the project stays writable" "on" \
+    "$(cat "$work/build/lab/device/power" 2>/dev/null)"
+
 # A lab's state naming two processes of this test: one still the process the lab
 # would have started, one whose id now belongs to another (its start time differs).
 started_at() { awk '{print $22}' "/proc/$1/stat"; }
