@@ -102,11 +102,12 @@ def report_json(archive, device):
 
 
 def main():
-    if os.path.exists(BUILD / "tests" / "lava"):
-        base = BUILD / "tests" / "lava"
-    else:
-        base = BUILD
-    work = pathlib.Path(tempfile.mkdtemp(prefix="lab.", dir=base))
+    # The lab's folder where the database's user (postgres) can reach it: in the
+    # build tree, or else in the temporary folder.
+    base = next(str(d) for d in (BUILD / "tests" / "lava", BUILD, tempfile.gettempdir(), "/tmp")
+                if os.path.isdir(d) and subprocess.run(["/usr/sbin/runuser", "-u", "postgres", "--", "test", "-x",
+                                                        str(d)]).returncode == 0)
+    work = pathlib.Path(tempfile.mkdtemp(prefix="ostrel-lab.", dir=base))
     os.chmod(work, 0o755)  # the database's user must reach the lab's folder in it
     lab_dir = work / "lab"
     watched = [pathlib.Path("/var/lib/lava/dispatcher/tmp"), pathlib.Path("/var/lib/lava-server/default/media")]
