@@ -37,8 +37,9 @@ ANDROID_HEADER = """\
 #
 # The test shell runs in a docker container on the worker and reaches the device
 # with adb (OSTREL_DUT is "adb shell -T"), so it outlives every reboot. LAVA powers
-# the device on, ostrel-start stores the plan (a CPU load test and a boot test of
-# 3 boots) and starts the run; LAVA then boots the device again three times, and
+# the device on, ostrel-start collects a run that a job LAVA ended early left
+# behind, stores the plan (a CPU load test and a boot test of 3 boots) and starts
+# the run; LAVA then boots the device again three times, and
 # after each boot ostrel-boot sends boot-completed, which counts one boot. Then
 # ostrel-result waits for the end of the run, fetches the result, copies the
 # archive and the files beside it to the worker and reports every test case there
