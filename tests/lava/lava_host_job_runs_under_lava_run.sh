@@ -55,20 +55,17 @@ lava job pass" "$status
 $(results "$work/pass.log" | sed -E "s/$stamp/QAV/")"
 [ "$failures" -eq 0 ] || tail -40 "$work/pass.log"
 
-# variant OUT CODE: the host job, with the Python CODE applied to the parameters of
-# its first definition (start: the plan, the settle time), written to OUT.
+# variant OUT PLAN [MAKE-JOBS OPTION...]: the host job as lava/make-jobs.py makes
+# it for a lab, with the plan PLAN (and the options), written to OUT.
 variant() {
-    /usr/bin/python3 - "$job" "$1" "$2" <<'PY'
-import json, sys, yaml
-job = yaml.safe_load(open(sys.argv[1]))
-start = job["actions"][2]["test"]["definitions"][0]["repository"]["params"]
-exec(sys.argv[3])
-yaml.safe_dump(job, open(sys.argv[2], "w"))
-PY
+    local out=$1 plan=$2
+    shift 2
+    printf '%s' "$plan" > "$out.plan.json"
+    /usr/bin/python3 "$OSTREL_SOURCE_DIR/lava/make-jobs.py" host --plan "$out.plan.json" "$@" > "$out"
 }
 
 # The same job with a plan of size 0, which set-test refuses.
-variant "$work/refused.yaml" 'start["OSTREL_PLAN"] = start["OSTREL_PLAN"].replace("\"testcase_value\": 3", "\"testcase_value\": 0")'
+variant "$work/refused.yaml" "$(plan "$(testcase greeting 'say hello' 0)" "$(testcase reboots 'sleep 600' 0 boot)")"
 lava_run "$work/refused.yaml" "$work/fail.log"
 check "a plan the service refuses: LAVA reports ostrel-set-test as failed, no test case of the plan; the job completes" "0
 0_ostrel-start ostrel-boot-completed pass
@@ -89,11 +86,7 @@ $(results "$work/fail.log" | grep -v '^lava [0-9]' | sed -E "s/$stamp/QAV/")"
 # A run that ends before the last definition: no boot test, and 12 s of settle
 # time after the start (the executor's end is seen at the first tick, within 10 s).
 # The reboots then find the run ended; the last definition still fetches the result.
-variant "$work/early.yaml" '
-plan = json.loads(start["OSTREL_PLAN"])
-plan["testcases"] = [tc for tc in plan["testcases"] if not tc.get("isBootTest")]
-start["OSTREL_PLAN"] = json.dumps(plan)
-start["OSTREL_SETTLE"] = "12"'
+variant "$work/early.yaml" "$(plan "$(testcase greeting 'say hello' 3)")" --settle 12
 lava_run "$work/early.yaml" "$work/early.log"
 check "a run that ends before the last definition (settle 12 s): the result is collected and reported" "0
 0_ostrel-start ostrel-boot-completed pass

@@ -1,7 +1,9 @@
 # The LAVA job template against LAVA's own job schema (lava-common), strictly (a
-# copy with a wrong key deep in a test definition must fail it); every inline
-# definition's steps must be valid shell; the job is what lava/make-jobs.py makes of
-# lava/definitions/, the same definitions as the host job that CI runs.
+# copy with a wrong key deep in a test definition must fail it), and both jobs
+# against the server's submission schema (lava-server), which is stricter about an
+# inline definition (no params of its own); every inline definition's steps must
+# be valid shell; the job is what lava/make-jobs.py makes of lava/definitions/, the
+# same definitions as the host job that CI runs.
 set -euo pipefail
 job=${1:?usage: $0 JOB.yaml}
 /usr/bin/python3 - "$job" <<'PY'
@@ -28,6 +30,24 @@ bad = copy.deepcopy(job)
 bad["actions"][1]["test"]["definitions"][0]["repository"]["run"]["step"] = []
 check("a wrong key in an inline test definition fails the schema", not valid(bad))
 
+# The server's own check of a submission, offline (no database is reached).
+os.environ["DJANGO_SETTINGS_MODULE"] = "lava_server.settings.prod"
+import django
+django.setup()
+from lava_scheduler_app.schema import SubmissionException, validate_submission
+def submittable(data):
+    try:
+        return validate_submission(data)
+    except SubmissionException as e:
+        print("  submission: %s" % e)
+        return False
+host = yaml.safe_load(open(os.path.join(os.path.dirname(sys.argv[1]), "ostrel-host-job.yaml")))
+check("the job passes the server's submission schema", submittable(job))
+check("the host job passes the server's submission schema", submittable(host))
+bad = copy.deepcopy(job)
+bad["actions"][1]["test"]["definitions"][0]["repository"]["params"] = {"OSTREL_DUT": "env"}
+check("params in an inline definition fail the server's submission schema", not submittable(bad))
+
 definitions = [d for a in job["actions"] if "test" in a for d in a["test"]["definitions"]]
 for d in definitions:
     syntax = subprocess.run(["bash", "-n"], input="\n".join(d["repository"]["run"]["steps"]),
@@ -35,7 +55,10 @@ for d in definitions:
     check("the steps of %s are valid shell" % d["name"], syntax.returncode == 0 and not syntax.stderr)
 check("the last definition reports with ostrelctl report --format lava --exec",
       any("ostrelctl report --format lava --exec" in s for s in definitions[-1]["repository"]["run"]["steps"]))
-plan = next(d for d in definitions if d["name"] == "ostrel-start")["repository"]["params"]["OSTREL_PLAN"]
+# The job's values are the first steps of a definition, as sh assignments.
+steps = next(d for d in definitions if d["name"] == "ostrel-start")["repository"]["run"]["steps"]
+plan = subprocess.run(["sh", "-c", "\n".join(s for s in steps if s.startswith("OSTREL_")) + '\nprintf %s "$OSTREL_PLAN"'],
+                      text=True, capture_output=True, check=True).stdout
 checked = subprocess.run([os.environ["OSTREL_BUILD_DIR"] + "/tools/ostrelctl", "check-plan", "-"], input=plan,
                          text=True, capture_output=True)
 print(checked.stdout + checked.stderr, end="")

@@ -59,6 +59,12 @@ check "crash signatures: the three panics as one, numbers and addresses masked, 
     "$(jq -r '.crash_signatures[0] | "\(.signature) \(.count) \(.devices | length) \(.example)"' /tmp/summary.json)"
 check "text: the same counts, the damaged archive listed" "yes yes" \
     "$(yes_if grep -q '^Ostrel runs: 3 read, 3 failed, 1 not readable: fail, incomplete$' <(ctl report "$results")) $(yes_if grep -q '^3x  panic-0x#-in-driver# #$' <(ctl report "$results"))"
+# A lab names each run's device: every archive or folder takes the last --device
+# before it, those before the first --device take the first (one --device names all).
+devices() { ctl report --format json "$@" | jq -r '[.runs[].device] | join(" ")'; }
+check "a summary's devices: the --device before each archive, the first for those before it, a folder's for its archives" \
+    "lab-1 lab-1 lab-2|rack rack rack|lab-1 rack" \
+    "$(devices "$aborted" --device lab-1 "$rebooted" --device lab-2 "$again")|$(devices "$aborted" "$rebooted" "$again" --device rack)|$(devices --device lab-1 "$aborted" --device rack /tmp/other)"
 ctl report --format junit "$results" > /tmp/summary.xml || true
 check "JUnit read back by junitparser: a suite per run and one for the damaged archive" "4 suites, 9 tests, 7 failures, 1 errors" \
     "$(python3 -c '

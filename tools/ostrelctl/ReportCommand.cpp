@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -65,16 +66,30 @@ ExitStatus lavaOut(const RunReport& report, bool exec) {
     return kOk;
 }
 
+// An ARCHIVE or FOLDER of the command line with the --device label it takes.
+struct Input {
+    std::string name;
+    std::string device;
+};
+
 // Many results: each read, folded into the summary and let go. JUnit and LAVA
-// are written run by run as they are read.
-ExitStatus fleetReport(const std::vector<std::string>& names, const std::string& format, bool exec,
-                       const std::string& device) {
+// are written run by run as they are read. Each archive takes the label of the
+// input that named it (the last one, for an archive named twice).
+ExitStatus fleetReport(const std::vector<Input>& inputs, const std::string& format, bool exec) {
     std::vector<std::string> archives;
+    std::map<std::string, std::string> deviceOf;
     std::string error;
     FleetSummary fleet;
-    if (!findArchives(names, &archives, &fleet.bad, &error)) {
-        std::cerr << "ostrelctl: report: " << error << "\n";
-        return kUsage;
+    for (const Input& input : inputs) {
+        std::vector<std::string> found;
+        if (!findArchives({input.name}, &found, &fleet.bad, &error)) {
+            std::cerr << "ostrelctl: report: " << error << "\n";
+            return kUsage;
+        }
+        for (const std::string& archive : found) {
+            if (deviceOf.count(archive) == 0) archives.push_back(archive);
+            deviceOf[archive] = input.device;
+        }
     }
     orderByStart(&archives);
     if (format == "junit") std::cout << junitHead();
@@ -83,7 +98,7 @@ ExitStatus fleetReport(const std::vector<std::string>& names, const std::string&
     }
     for (const std::string& archive : archives) {
         RunReport report;
-        report.deviceLabel = device;
+        report.deviceLabel = deviceOf[archive];
         if (!readRunReport(archive, &report, &error)) {
             fleet.bad.push_back(BadArchive{archive, error});
             if (format == "junit") std::cout << junitBadArchive(fleet.bad.back());
@@ -116,17 +131,21 @@ ExitStatus fleetReport(const std::vector<std::string>& names, const std::string&
 ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& args,
                          const Options& options) {
     std::string format = options.json ? "json" : "text";
+    // Each ARCHIVE or FOLDER takes the last --device before it; those before the
+    // first --device take that one, so that one --device anywhere names them all.
+    std::vector<Input> inputs;
     std::vector<std::string> files;
-    std::string device;
+    std::vector<std::string> devices;
+    size_t unlabelled = 0;  // inputs before the first --device
     bool exec = false;
     for (size_t i = 1; i < args.size(); i++) {
         const std::string& arg = args[i];
         if (arg == "--exec") {
             exec = true;
         } else if (arg == "--device" && i + 1 < args.size()) {
-            device = args[++i];
+            devices.push_back(args[++i]);
         } else if (arg.compare(0, 9, "--device=") == 0) {
-            device = arg.substr(9);
+            devices.push_back(arg.substr(9));
         } else if (arg == "--format" && i + 1 < args.size()) {
             format = args[++i];
         } else if (arg.compare(0, 9, "--format=") == 0) {
@@ -136,8 +155,11 @@ ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& arg
             return kUsage;
         } else {
             files.push_back(arg);
+            inputs.push_back(Input{arg, devices.empty() ? "" : devices.back()});
+            if (devices.empty()) unlabelled = inputs.size();
         }
     }
+    for (size_t i = 0; i < unlabelled && !devices.empty(); i++) inputs[i].device = devices.front();
     if (format != "text" && format != "json" && format != "junit" && format != "lava" && format != "html") {
         std::cerr << "ostrelctl: report: unknown format \"" << format << "\"\n" << kUsageText << "\n";
         return kUsage;
@@ -153,9 +175,9 @@ ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& arg
     struct stat st;
     bool single = files.size() == 1 && format != "html" &&
                   !(stat(files[0].c_str(), &st) == 0 && S_ISDIR(st.st_mode));
-    if (!single) return fleetReport(files, format, exec, device);
+    if (!single) return fleetReport(inputs, format, exec);
     RunReport report;
-    report.deviceLabel = device;
+    report.deviceLabel = inputs[0].device;
     std::string error;
     if (!readRunReport(files[0], &report, &error)) {
         std::cerr << "ostrelctl: " << cleanText(files[0]) << ": " << error << "\n";
