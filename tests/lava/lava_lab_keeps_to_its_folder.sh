@@ -15,7 +15,7 @@ trap cleanup EXIT
 mkdir "$work/theirs" && echo kept > "$work/theirs/notes.txt"
 status=0; out=$("$lab" up --dir "$work/theirs" --devices 1 2>&1) || status=$?
 check "up in a folder that is not a lab's: refused (exit 2), nothing of it touched, nothing made" \
-    "2 yes notes.txt" "$status $(yes_if grep -q 'is not empty and not a lab' <<<"$out") $(ls "$work/theirs")"
+    "2 yes notes.txt" "$status $(yes_if grep -q 'is not empty and has no .ostrel-lab' <<<"$out") $(ls "$work/theirs")"
 
 status=0; out=$("$lab" up --dir "$work/with space" --devices 1 2>&1) || status=$?
 check "up in a folder whose path has a space: refused (exit 2) before anything starts" \
