@@ -39,6 +39,7 @@ $(yes_if grep -Eq '^at [0-9:]{8}, watched [0-9]+ s, run time [0-9]+ s$' <(head -
 $(yes_if grep -q " $estimate " <<<"$ends")"
 check "watch without --plain on a terminal: exit 0, the first block of 6 lines redrawn in place" \
     "0 1" "$tty_status $(grep -c $'\e\\[6A\e\\[J' /tmp/tty.out)"
-check "watch takes --plain alone" "2 ostrelctl: usage: ostrelctl watch [--plain]" \
-    "$(status_of ctl watch --fancy) $(ctl watch --fancy 2>&1)"
+check "watch takes no argument, nor another command's option" \
+    "2 ostrelctl: usage: ostrelctl watch [--plain]|2 ostrelctl: watch takes no --force (usage: ostrelctl watch [--plain])" \
+    "$(status_of ctl watch now) $(ctl watch now 2>&1)|$(status_of ctl watch --force) $(ctl watch --force 2>&1)"
 finish

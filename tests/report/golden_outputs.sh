@@ -26,9 +26,10 @@ run() {
 for archive in QAV*.zip; do
     stem=${archive%.zip}
     run "$stem.txt" "$archive"
-    run "$stem.json" --format json "$archive"
+    # Options stand before or after the archive alike.
+    run "$stem.json" "$archive" --json
     run "$stem.xml" --format junit "$archive"
-    run "$stem.lava" --format lava "$archive"
+    run "$stem.lava" "$archive" --format=lava
 done
 for format in text json junit lava html; do
     run "summary.$format" --format "$format" .

@@ -7,6 +7,7 @@
 #include <functional>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace ostrelctl {
@@ -26,31 +27,75 @@ enum ExitStatus : int {
     kNotProven = 4,  // report: no run failed, but one is unknown or some inputs could not be read
 };
 
+// An option of the command line. The global ones (json ... help) go with every
+// command; the others with the commands whose table row names them. Any option
+// may stand before or after the command's name.
+struct Flag {
+    enum Id { kJson, kLog, kVerbose, kInterval, kReconnect, kHelp, kForce, kFailedOnly, kPlain, kFormat, kExec,
+              kDevice, kIdCount };
+    Id id;
+    const char* name;   // without "--"
+    const char* value;  // the value's name ("SECONDS"), nullptr for a switch
+    const char* help;   // lines end in '\n'
+};
+constexpr unsigned flagBit(Flag::Id id) { return 1u << id; }
+constexpr unsigned kGlobalFlags = flagBit(Flag::kJson) | flagBit(Flag::kLog) | flagBit(Flag::kVerbose) |
+                                  flagBit(Flag::kInterval) | flagBit(Flag::kReconnect) | flagBit(Flag::kHelp);
+
 struct Options {
     bool json = false;      // one JSON object per answer on standard output
     bool showLog = false;   // the reply log on standard error
     bool verbose = false;   // the reply log whole, long echoes included
     double interval = 2.0;  // watch: seconds between polls
     double reconnect = 120;  // watch: seconds to wait for a service that went away
+    bool force = false;       // set-test, set-config: send the input unchecked
+    bool failedOnly = false;  // retry: just fail and error
+    bool plain = false;       // watch: plain lines, no cursor codes
+    bool exec = false;        // report --format lava: run each call
+    std::string format;       // report: "" for the default (text, or json with --json)
+    // report: each --device label with the number of arguments before it.
+    std::vector<std::pair<size_t, std::string>> devices;
 };
 
-// One command: its name, what follows it, what it does, and its handler. An
-// offline command gets no service (nullptr): it never touches the bus.
+// One command: its name, its options, what follows them, what it does, and its
+// handler. An offline command gets no service (nullptr): it never touches the bus.
 struct Command {
     enum Group { kService, kCheck, kReport };
     const char* name;
-    const char* synopsis;  // the arguments after the name, "" for none
+    unsigned flags;        // its own options (flagBit of each)
+    const char* synopsis;  // the arguments after the options, "" for none
     const char* help;      // what it does; lines end in '\n'
     Group group;
-    size_t minArgs, maxArgs;  // arguments after the name
+    size_t minArgs, maxArgs;  // arguments after the name, options aside
     ExitStatus (*run)(const sp<IOstrel>& service, const std::vector<std::string>& args,
                       const Options& options);
 };
 
+// A command line taken apart: the command, its arguments (args[0] is its name)
+// and every option, wherever it stood.
+struct CommandLine {
+    const Command* command = nullptr;
+    std::vector<std::string> args;
+    Options options;
+};
+// Parses |argv| with getopt_long from the table. Returns -1 when |line| is ready
+// to run; else the exit status, after the help or a line on standard error.
+int parseCommandLine(int argc, char** argv, CommandLine* line);
+
 // The command of that name, or nullptr.
 const Command* findCommand(const std::string& name);
+const Flag& findFlag(Flag::Id id);
+// Every option of the table, in the table's order.
+const Flag* flagsBegin();
+const Flag* flagsEnd();
 void printHelp(std::ostream& out);
 void printCommandHelp(const Command& command, std::ostream& out);
+// "ostrelctl report [--format text|...] ARCHIVE|FOLDER...": the options and
+// arguments a command takes, from its row.
+std::string usageOf(const Command& command);
+// The words a shell completes after "ostrelctl" (|command| null) or after a
+// command's name: the commands and global options, or that command's options.
+void printCompletion(const Command* command, std::ostream& out);
 
 // The handlers (args[0] is the command's name).
 ExitStatus getConfigCommand(const sp<IOstrel>&, const std::vector<std::string>&, const Options&);
@@ -80,8 +125,6 @@ std::string stateName(OstrelState state);
 // kInputBytes (as a report reads a plan); false, with a line, for more.
 constexpr size_t kInputBytes = 16u << 20;
 bool readInput(const std::vector<std::string>& args, std::string* text);
-// Removes a "--force" that follows the command's name; true when there was one.
-bool takeForce(std::vector<std::string>* args);
 
 // Answers (Answers.cpp), printed as plain text or as one JSON object.
 ExitStatus transportFailure(const char* method, const std::string& description);

@@ -1,5 +1,6 @@
 // The command table: one row per command makes both the help and the dispatch.
 #include <cstdio>
+#include <iterator>
 #include <ostream>
 #include <string>
 
@@ -11,39 +12,63 @@ namespace {
 
 constexpr size_t kMany = 1000;
 
+// Every option, the global ones first; a command's usage lists its own in this order.
+const Flag kFlags[] = {
+        {Flag::kJson, "json", nullptr, "print each answer as one JSON object (with the reply log)\n"},
+        {Flag::kLog, "log", nullptr,
+         "print the service's reply log on standard error; an echo\n"
+         "of more than 40 lines shows its first 20 and last 10\n"
+         "lines, a line of more than 400 bytes its first 400\n"},
+        {Flag::kVerbose, "verbose", nullptr, "with --log: the reply log whole\n"},
+        {Flag::kInterval, "interval", "SECONDS", "watch: seconds between polls (default 2)\n"},
+        {Flag::kReconnect, "reconnect", "SECONDS",
+         "watch: how long to wait for a service that went away (a\n"
+         "reboot, a restart) before giving up with exit 3 (120)\n"},
+        {Flag::kHelp, "help", nullptr, "this text; COMMAND --help: that command's (offline)\n"},
+        {Flag::kForce, "force", nullptr, "send the input as it is, unchecked\n"},
+        {Flag::kFailedOnly, "failed-only", nullptr, "rerun just the test cases that failed (fail, error)\n"},
+        {Flag::kPlain, "plain", nullptr, "plain lines, no cursor codes (for a log)\n"},
+        {Flag::kFormat, "format", "text|json|junit|lava|html", "the output's format (default text)\n"},
+        {Flag::kExec, "exec", nullptr, "with --format lava: run each line as a command\n"},
+        {Flag::kDevice, "device", "LABEL",
+         "the device's name in every format (the ARCHIVE or\n"
+         "FOLDER after it)\n"},
+};
+static_assert(sizeof(kFlags) / sizeof(kFlags[0]) == Flag::kIdCount, "a row per option");
+
 const Command kCommands[] = {
-        {"get-config", "", "print the device's configuration list (JSON)\n", Command::kService, 0, 0,
+        {"get-config", 0, "", "print the device's configuration list (JSON)\n", Command::kService, 0, 0,
          getConfigCommand},
-        {"set-config", "[--force] [FILE|-]",
+        {"set-config", flagBit(Flag::kForce), "[FILE|-]",
          "apply the selection in an edited configuration list (a\n"
          "file that is not a JSON object is refused with exit 2\n"
          "unless --force)\n",
-         Command::kService, 0, 2, setConfigCommand},
-        {"clear-config", "", "clear the applied configuration\n", Command::kService, 0, 0,
+         Command::kService, 0, 1, setConfigCommand},
+        {"clear-config", 0, "", "clear the applied configuration\n", Command::kService, 0, 0,
          clearConfigCommand},
-        {"state", "", "print the planner's state: IDLE, PREPARING, RUNNING, COMPLETING\n",
+        {"state", 0, "", "print the planner's state: IDLE, PREPARING, RUNNING, COMPLETING\n",
          Command::kService, 0, 0, stateCommand},
-        {"run-start", "", "start a run of the plan's selected test cases\n", Command::kService, 0, 0,
+        {"run-start", 0, "", "start a run of the plan's selected test cases\n", Command::kService, 0, 0,
          runStartCommand},
-        {"run-abort", "", "abort the current run\n", Command::kService, 0, 0, runAbortCommand},
-        {"run-finished", "", "end the current run as finished\n", Command::kService, 0, 0,
+        {"run-abort", 0, "", "abort the current run\n", Command::kService, 0, 0, runAbortCommand},
+        {"run-finished", 0, "", "end the current run as finished\n", Command::kService, 0, 0,
          runFinishedCommand},
-        {"boot-completed", "", "tell the planner that the device has finished booting\n",
+        {"boot-completed", 0, "", "tell the planner that the device has finished booting\n",
          Command::kService, 0, 0, bootCompletedCommand},
-        {"install-testers", "FILE [NAME]", "hand the planner a tester file (at most 65536 bytes)\n",
+        {"install-testers", 0, "FILE [NAME]", "hand the planner a tester file (at most 65536 bytes)\n",
          Command::kService, 1, 2, installTestersCommand},
-        {"get-test", "", "print the stored plan (JSON)\n", Command::kService, 0, 0, getTestCommand},
-        {"set-test", "[--force] [FILE|-]",
+        {"get-test", 0, "", "print the stored plan (JSON)\n", Command::kService, 0, 0, getTestCommand},
+        {"set-test", flagBit(Flag::kForce), "[FILE|-]",
          "store a plan (JSON) from FILE or standard input; a plan\n"
          "with problems (see check-plan) is refused with exit 2\n"
          "unless --force; the stored plan is read back\n",
-         Command::kService, 0, 2, setTestCommand},
-        {"get-result", "",
+         Command::kService, 0, 1, setTestCommand},
+        {"get-result", 0, "",
          "pack the last run and print its archive, crash-history\n"
          "copy and run record (the three files a lab copies); may\n"
          "take minutes, there is no time-out\n",
          Command::kService, 0, 0, getResultCommand},
-        {"retry", "[--failed-only] RESULT",
+        {"retry", flagBit(Flag::kFailedOnly), "RESULT",
          "from a run's result (QAV<stamp>.zip and the run record\n"
          "beside it), store the plan again with only the test\n"
          "cases that did not pass selected (fail, error, aborted,\n"
@@ -52,8 +77,8 @@ const Command kCommands[] = {
          "(checked as set-test does), and apply again the\n"
          "configuration that run applied; refused for a result of\n"
          "another device. Then run-start runs them.\n",
-         Command::kService, 1, 2, retryCommand},
-        {"watch", "[--plain]",
+         Command::kService, 1, 1, retryCommand},
+        {"watch", flagBit(Flag::kPlain), "",
          "show the state and a progress bar per selected test case\n"
          "(hours with what is left and when they end, about, at a\n"
          "tick of 10 s every 10 s; boots; rounds are the\n"
@@ -64,8 +89,8 @@ const Command kCommands[] = {
          "On a terminal the block is redrawn in place; --plain\n"
          "prints a new block at each change instead, with no\n"
          "cursor codes (for a log, e.g. a LAVA test shell)\n",
-         Command::kService, 0, 1, watchCommand},
-        {"plan-template", "",
+         Command::kService, 0, 0, watchCommand},
+        {"plan-template", 0, "",
          "print a plan to start from (JSON) with one test case of\n"
          "each kind: 3 rounds run by the executor, 1 hour counted\n"
          "by the planner's ticks, a boot test of 3 boots; the\n"
@@ -73,7 +98,7 @@ const Command kCommands[] = {
          "sleep): put your executor's, then check-plan and\n"
          "set-test it, e.g. ostrelctl plan-template > plan.json\n",
          Command::kCheck, 0, 0, planTemplateCommand},
-        {"check-plan", "FILE|-",
+        {"check-plan", 0, "FILE|-",
          "every problem of a plan that the service would store but\n"
          "run wrong, one line each with its JSON path and what to\n"
          "write instead (a missing key the planner writes into, a\n"
@@ -83,7 +108,7 @@ const Command kCommands[] = {
          "does not know, which it keeps). Exit status: 0 no\n"
          "problem, 1 problems found, 2 not readable or not JSON.\n",
          Command::kCheck, 0, 1, checkPlanCommand},
-        {"report", "[--format text|json|junit|lava|html] [--exec] [--device LABEL] ARCHIVE|FOLDER...",
+        {"report", flagBit(Flag::kFormat) | flagBit(Flag::kExec) | flagBit(Flag::kDevice), "ARCHIVE|FOLDER...",
          "read a QAV<stamp>.zip that get-result made (and the\n"
          "QAV<stamp>.db_history and QAV<stamp>.run.json beside it,\n"
          "when present): each selected test case with its target,\n"
@@ -110,8 +135,6 @@ const Command kCommands[] = {
          Command::kReport, 0, kMany, reportCommand},
 };
 
-const char kUsageLine[] = "usage: ostrelctl [--json] [--log [--verbose]] [--interval S] [--reconnect S] ";
-
 const char kIntro[] = R"(Talks to the Ostrel HAL service (vendor.brevane.hardware.ostrel@2.0::IOstrel/default),
 which plans and runs hardware experiments on this device.
 )";
@@ -124,17 +147,6 @@ const char* const kHeadings[] = {
 };
 
 const char kRest[] = R"(
-Options:
-  --json                print each answer as one JSON object (with the reply log)
-  --log                 print the service's reply log on standard error; an echo
-                        of more than 40 lines shows its first 20 and last 10
-                        lines, a line of more than 400 bytes its first 400
-  --verbose             with --log: the reply log whole
-  --interval SECONDS    watch: seconds between polls (default 2)
-  --reconnect SECONDS   watch: how long to wait for a service that went away (a
-                        reboot, a restart) before giving up with exit 3 (120)
-  -h, --help            this text; COMMAND --help: that command's (offline)
-
 The life of a run:
   1. After the device boots, boot-completed moves the planner from IDLE to
      PREPARING (or back into a run that a reboot interrupted).
@@ -183,7 +195,56 @@ void indented(std::ostream& out, const std::string& first, const char* text, siz
     }
 }
 
+// "--NAME VALUE" or "--NAME".
+std::string flagText(const Flag& flag) {
+    return std::string("--") + flag.name + (flag.value ? std::string(" ") + flag.value : "");
+}
+
+// The options whose bits are in |flags|, each with its help.
+void printFlags(std::ostream& out, unsigned flags) {
+    for (const Flag& flag : kFlags) {
+        if (!(flags & flagBit(flag.id))) continue;
+        std::string head = (flag.id == Flag::kHelp ? "  -h, " : "  ") + flagText(flag);
+        if (head.size() < 24) {
+            indented(out, head + std::string(24 - head.size(), ' '), flag.help, 24);
+        } else {
+            out << head << "\n";
+            indented(out, std::string(24, ' '), flag.help, 24);
+        }
+    }
+}
+
 }  // namespace
+
+const Flag& findFlag(Flag::Id id) {
+    return kFlags[id];
+}
+
+const Flag* flagsBegin() {
+    return std::begin(kFlags);
+}
+
+const Flag* flagsEnd() {
+    return std::end(kFlags);
+}
+
+std::string usageOf(const Command& command) {
+    std::string usage = std::string("ostrelctl ") + command.name;
+    for (const Flag& flag : kFlags) {
+        if (command.flags & flagBit(flag.id)) usage += " [" + flagText(flag) + "]";
+    }
+    return usage + (*command.synopsis ? " " : "") + command.synopsis;
+}
+
+void printCompletion(const Command* command, std::ostream& out) {
+    unsigned flags = command == nullptr ? kGlobalFlags : command->flags | kGlobalFlags;
+    if (command == nullptr) {
+        for (const Command& c : kCommands) out << c.name << "\n";
+    }
+    for (const Flag& flag : kFlags) {
+        if (flags & flagBit(flag.id)) out << "--" << flag.name << "\n";
+    }
+}
 
 const Command* findCommand(const std::string& name) {
     for (const Command& c : kCommands) {
@@ -193,12 +254,12 @@ const Command* findCommand(const std::string& name) {
 }
 
 void printHelp(std::ostream& out) {
-    out << kUsageLine << "COMMAND [ARG...]\n\n" << kIntro;
+    out << "usage: ostrelctl [OPTION...] COMMAND [ARG...]\n\n" << kIntro;
     for (int group = Command::kService; group <= Command::kReport; group++) {
         out << "\n" << kHeadings[group] << "\n";
         for (const Command& c : kCommands) {
             if (c.group != group) continue;
-            std::string head = std::string("  ") + c.name + (*c.synopsis ? " " : "") + c.synopsis;
+            std::string head = "  " + usageOf(c).substr(10);
             // The help starts on the same line when the synopsis leaves room.
             if (head.size() < 22) {
                 indented(out, head + std::string(24 - head.size(), ' '), c.help, 24);
@@ -208,14 +269,20 @@ void printHelp(std::ostream& out) {
             }
         }
     }
+    out << "\nOptions (before or after the command):\n";
+    printFlags(out, kGlobalFlags);
     out << kRest;
 }
 
 void printCommandHelp(const Command& command, std::ostream& out) {
-    out << kUsageLine << command.name << (*command.synopsis ? " " : "") << command.synopsis << "\n\n";
+    out << "usage: " << usageOf(command) << "\n\n";
     indented(out, "", command.help, 0);
-    out << (command.group == Command::kService ? "Talks to the service (see ostrelctl --help).\n"
-                                               : "Offline: no service, no bus.\n");
+    if (command.flags != 0) {
+        out << "\nOptions:\n";
+        printFlags(out, command.flags);
+    }
+    out << "\n" << (command.group == Command::kService ? "Talks to the service" : "Offline: no service, no bus")
+        << "; the options of every command are in ostrelctl --help.\n";
 }
 
 }  // namespace ostrelctl

@@ -28,12 +28,6 @@ std::string sourceName(const std::vector<std::string>& args) {
 
 }  // namespace
 
-bool takeForce(std::vector<std::string>* args) {
-    if (args->size() < 2 || (*args)[1] != "--force") return false;
-    args->erase(args->begin() + 1);
-    return true;
-}
-
 bool readInput(const std::vector<std::string>& args, std::string* text) {
     bool standardInput = args.size() < 2 || args[1] == "-";
     std::ifstream file;
@@ -65,10 +59,9 @@ ExitStatus getConfigCommand(const sp<IOstrel>& service, const std::vector<std::s
 
 // The list must be a JSON object: anything else is the user's input at fault
 // (exit 2), not a refusal of the service.
-ExitStatus setConfigCommand(const sp<IOstrel>& service, const std::vector<std::string>& given,
+ExitStatus setConfigCommand(const sp<IOstrel>& service, const std::vector<std::string>& args,
                             const Options& options) {
-    std::vector<std::string> args = given;
-    bool force = takeForce(&args);
+    bool force = options.force;
     std::string text;
     if (!readInput(args, &text)) return kUsage;
     rapidjson::Document doc;

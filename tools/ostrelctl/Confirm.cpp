@@ -96,13 +96,11 @@ ExitStatus confirmedValue(const sp<IOstrel>& service, const std::string& cmd, co
     return kRefused;
 }
 
-ExitStatus setTestCommand(const sp<IOstrel>& service, const std::vector<std::string>& given,
+ExitStatus setTestCommand(const sp<IOstrel>& service, const std::vector<std::string>& args,
                           const Options& options) {
-    std::vector<std::string> args = given;
-    bool force = takeForce(&args);
     std::string text;
     if (!readInput(args, &text)) return kUsage;
-    return storePlan(service, text, force, options);
+    return storePlan(service, text, options.force, options);
 }
 
 ExitStatus storePlan(const sp<IOstrel>& service, const std::string& text, bool force,

@@ -23,9 +23,6 @@ using namespace ostrel_report;
 
 namespace {
 
-constexpr const char* kUsageText =
-        "usage: ostrelctl report [--format text|json|junit|lava|html] [--exec] [--device LABEL] ARCHIVE|FOLDER...";
-
 static_assert(kOk == kExitPass && kRefused == kExitFailed && kNotProven == kExitNotProven,
               "the report's exit statuses are the client's");
 
@@ -130,46 +127,27 @@ ExitStatus fleetReport(const std::vector<Input>& inputs, const std::string& form
 
 ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& args,
                          const Options& options) {
-    std::string format = options.json ? "json" : "text";
+    std::string format = !options.format.empty() ? options.format : options.json ? "json" : "text";
+    bool exec = options.exec;
     // Each ARCHIVE or FOLDER takes the last --device before it; those before the
     // first --device take that one, so that one --device anywhere names them all.
     std::vector<Input> inputs;
-    std::vector<std::string> files;
-    std::vector<std::string> devices;
-    size_t unlabelled = 0;  // inputs before the first --device
-    bool exec = false;
-    for (size_t i = 1; i < args.size(); i++) {
-        const std::string& arg = args[i];
-        if (arg == "--exec") {
-            exec = true;
-        } else if (arg == "--device" && i + 1 < args.size()) {
-            devices.push_back(args[++i]);
-        } else if (arg.compare(0, 9, "--device=") == 0) {
-            devices.push_back(arg.substr(9));
-        } else if (arg == "--format" && i + 1 < args.size()) {
-            format = args[++i];
-        } else if (arg.compare(0, 9, "--format=") == 0) {
-            format = arg.substr(9);
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            std::cerr << "ostrelctl: report: unknown option " << arg << "\n" << kUsageText << "\n";
-            return kUsage;
-        } else {
-            files.push_back(arg);
-            inputs.push_back(Input{arg, devices.empty() ? "" : devices.back()});
-            if (devices.empty()) unlabelled = inputs.size();
-        }
+    std::vector<std::string> files(args.begin() + 1, args.end());
+    size_t label = 0;
+    for (size_t i = 0; i < files.size(); i++) {
+        while (label + 1 < options.devices.size() && options.devices[label + 1].first <= i) label++;
+        inputs.push_back(Input{files[i], options.devices.empty() ? "" : options.devices[label].second});
     }
-    for (size_t i = 0; i < unlabelled && !devices.empty(); i++) inputs[i].device = devices.front();
     if (format != "text" && format != "json" && format != "junit" && format != "lava" && format != "html") {
-        std::cerr << "ostrelctl: report: unknown format \"" << format << "\"\n" << kUsageText << "\n";
+        std::cerr << "ostrelctl: report: unknown format \"" << cleanText(format) << "\"\nusage: " << usageOf(*findCommand("report")) << "\n";
         return kUsage;
     }
     if (exec && format != "lava") {
-        std::cerr << "ostrelctl: report: --exec goes with --format lava\n" << kUsageText << "\n";
+        std::cerr << "ostrelctl: report: --exec goes with --format lava\nusage: " << usageOf(*findCommand("report")) << "\n";
         return kUsage;
     }
     if (files.empty()) {
-        std::cerr << "ostrelctl: report takes an ARCHIVE or more, or a folder\n" << kUsageText << "\n";
+        std::cerr << "ostrelctl: report takes an ARCHIVE or more, or a folder\nusage: " << usageOf(*findCommand("report")) << "\n";
         return kUsage;
     }
     struct stat st;

@@ -100,15 +100,9 @@ bool retryPlan(const std::string& text, const RunFacts& run, bool failedOnly, st
 
 }  // namespace
 
-ExitStatus retryCommand(const sp<IOstrel>& service, const std::vector<std::string>& given,
+ExitStatus retryCommand(const sp<IOstrel>& service, const std::vector<std::string>& args,
                         const Options& options) {
-    std::vector<std::string> args = given;
-    bool failedOnly = args.size() > 1 && args[1] == "--failed-only";
-    if (failedOnly) args.erase(args.begin() + 1);
-    if (args.size() != 2) {
-        std::cerr << "usage: ostrelctl retry [--failed-only] RESULT\n";
-        return kUsage;
-    }
+    bool failedOnly = options.failedOnly;
     const std::string& archive = args[1];
     RunReport report;
     std::string error, text;

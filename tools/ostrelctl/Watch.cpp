@@ -178,13 +178,9 @@ sp<IOstrel> reconnect(double seconds) {
 // Exit 0 once the run has left RUNNING or is found ended (COMPLETING), 1 when
 // there is no run (IDLE, PREPARING), 3 when the service is gone for longer than
 // the reconnect time.
-ExitStatus watchCommand(const sp<IOstrel>& first, const std::vector<std::string>& args,
+ExitStatus watchCommand(const sp<IOstrel>& first, const std::vector<std::string>&,
                         const Options& options) {
-    bool plain = args.size() == 2 && args[1] == "--plain";
-    if (args.size() > 1 && !plain) {
-        std::cerr << "ostrelctl: usage: ostrelctl watch [--plain]\n";
-        return kUsage;
-    }
+    bool plain = options.plain;
     // A LAVA test shell is a terminal too: --plain keeps its log free of cursor codes.
     bool tty = isatty(STDOUT_FILENO) && !options.json && !plain;
     sp<IOstrel> service = first;
