@@ -42,6 +42,15 @@ def end(how):
     return {"time": "2026-11-24T05:30:00Z", "wait_status": how, "signal_number": how}
 
 
+# A client's list as get-config gives it: a feature selected, one not, and a group
+# with one member selected.
+CONFIG_LIST = {"id": "default", "config": [
+    {"name": "cpu_boost", "select": True, "enable-num": 3, "disable-num": 4},
+    {"name": "random_hotplug", "select": False, "enable-num": 5, "disable-num": 6},
+    {"name": "low_power_modes", "multi": True, "content": [
+        {"name": "cpuidle_wfi", "select": True, "num": 7}, {"name": "cpuidle_retention", "select": False, "num": 8}]}]}
+
+
 def record(cause, ends, boots=(), run_id=None, start="2026-11-24T05:00:00Z", finish="2026-11-24T06:00:00Z",
            device=None):
     """A record as the service hands it out; each run its own id unless given."""
@@ -53,7 +62,7 @@ def record(cause, ends, boots=(), run_id=None, start="2026-11-24T05:00:00Z", fin
         "service": {"name": "vendor.brevane.hardware.ostrel@2.0-service", "version": "2.0.4"},
         "device": device or DEVICE,
         "start": {"time": start, "boot_id": "b0", "plan_sha256": "ab" * 32},
-        "configuration": {"time": "2026-11-24T04:59:00Z", "list": {"cpu": ["fast"]},
+        "configuration": {"time": "2026-11-24T04:59:00Z", "list": CONFIG_LIST,
                           "words": ["sillet", "set", "cpu=fast"], "exit_status": 0},
         "executors": [{"time": start, "boot_id": "b0", "supervisor": 100 + i, "words": WORDS,
                        "end": end(how)} for i, how in enumerate(ends)],

@@ -58,19 +58,20 @@ check "text: exit 1 (an aborted run, a size of 0, a boot test short of its targe
 exit 1
 Ostrel run $stamp ($archive)
 run: aborted (runAbort); executor starts 2, boots 1
-VERDICT  KIND      REACHED    TARGET  TEST CASE [COMMAND]
-aborted  rounds          -         2  greeting [say hi] (2 rounds asked of the executor)
-aborted  rounds          -         1  crash lines [sleep 3 1 crash short e2e<short&� 1 crash long e2e-long] (1 round asked of the executor)
-error    hours      0.00 h    0.00 h  warm-up [say warm]
-aborted  boots           1         3  reboots [sleep 60]
-fail     lines           2         0  crash history
+executor: 2 start(s): 1) no end seen, 2) no end seen
+VERDICT  KIND      REACHED    TARGET  TEST CASE [COMMAND]                       REASON
+aborted  rounds          -         2  greeting [say hi]                         the run was aborted (runAbort) before this test case was done; 2 rounds asked of the executor
+aborted  rounds          -         1  crash lines [sleep 3 1 crash short e2e<short&� 1 crash long e2e-long]  the run was aborted (runAbort) before this test case was done; 1 round asked of the executor
+error    hours      0.00 h    0.00 h  warm-up [say warm]                        no target: a size of 0 is never reached
+aborted  boots           1         3  reboots [sleep 60]                        the run was aborted (runAbort) before this test case was done; stopped at 1 of 3 boots
+fail     lines           2         0  crash history                             2 crash-history line(s) collected during the run
 
 crash history: 2 line(s) from ${archive%.zip}.db_history
   e2e<short&� 1
   e2e-long 1
 result: error (0 pass, 1 fail, 1 error, 3 aborted, 0 unknown)
 EOF
-)" "$(report text | head -13 | sed -E 's/^run: started [^,]*, (aborted \(runAbort\)) after [0-9]+ s/run: \1/'; tail -1 /tmp/report.out)"
+)" "$(report text | head -14 | sed -E 's/^run: started [^,]*, (aborted \(runAbort\)) after [0-9]+ s/run: \1/'; tail -1 /tmp/report.out)"
 
 # The log's last line as the report gives it (the plan's control byte as U+FFFD).
 log() { unzip -p "$archive" qav/kelbrun/kelbrun_log.txt; }
@@ -99,9 +100,10 @@ lava-test-case crash_lines --result fail
 lava-test-case warm-up --result fail --measurement 0 --units seconds
 lava-test-case reboots --result fail --measurement 1 --units boots
 lava-test-case crash_history --result fail --measurement 2 --units lines
+lava-test-case run --result fail --measurement N --units seconds
 lava-test-set stop
 EOF
-)" "$(report lava)"
+)" "$(report lava | sed -E 's/^(lava-test-case run .*--measurement )[0-9]+/\1N/')"
 
 # A configuration applied, then an executor that dies of SIGSEGV after its first
 # test case (a user's test case named "crash history" among them); then one that

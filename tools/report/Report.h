@@ -31,6 +31,8 @@ using Kind = core::Counting;
 constexpr size_t kShownCases = 1000;
 constexpr size_t kShownLines = 1000;
 constexpr size_t kShownBytes = 1024;
+// The executor starts a report lists one by one (each with its end and time).
+constexpr size_t kExecutorsShown = 10;
 
 // One selected test case of the archived plan. Counts are in |unit|: rounds,
 // boots, or seconds for a time-based test case.
@@ -60,12 +62,17 @@ struct RunFacts {
     int64_t duration = -1;             // seconds from start to end, -1 when unknown
     std::string planDigest;
     std::string configuration;  // the tool's words as applied last and its exit status, "" for none
+    // What the client's list selected, by the names get-config lists ("cpu_boost,
+    // low_power_modes/cpuidle_wfi"); "cleared", "nothing selected", or "" when
+    // the record holds no list.
+    std::string configurationNames;
     // The client's list of that configuration as JSON text; "null" when it was a
     // clearing, "" when the record holds none.
     std::string configurationList;
     std::vector<std::pair<std::string, std::string>> device;
     // The first kShownLines of each list; the counts cover all.
     std::vector<std::string> executorEnds;  // per start: "exit 0", "SIGSEGV", or "" (no end seen)
+    std::vector<int64_t> executorSeconds;   // per start: from its start to its end, -1 when unknown
     std::vector<std::string> boots;         // the time of each boot counted
     uint64_t executorStarts = 0, bootCount = 0;
     std::string lastEnd;                    // the last executor's end
@@ -119,6 +126,16 @@ std::string deviceMember(const RunFacts& run, std::initializer_list<const char*>
 // The device a run was made on: the lab's label, else the record's host name,
 // model or device id; "" when nothing tells.
 std::string deviceOf(const RunReport& report);
+
+// The configuration as a person reads it: the names selected, then the tool's
+// words ("cpu_boost [sillet set 3 a1 (exit 0)]"); the words alone without a list.
+std::string configurationText(const RunFacts& run);
+// The run in one line, from its record ("run: started ..., after 3600 s; ...").
+std::string runLine(const RunReport& report);
+// The line that stands for the test cases after kShownCases, and the crash
+// lines a report leaves out.
+std::string leftOutLine(const RunReport& report);
+uint64_t linesLeftOut(const RunReport& report);
 
 // The four output formats.
 std::string reportText(const RunReport& report);

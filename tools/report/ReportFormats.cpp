@@ -16,6 +16,7 @@ namespace {
 
 constexpr const char* kHistoryName = "crash history";
 constexpr size_t kLavaNameMax = 100;
+constexpr size_t kNameColumn = 40;
 
 // One cell of a one-line row: no control character, line ends included.
 std::string oneLine(const std::string& text) {
@@ -39,39 +40,6 @@ std::string leftOutCounts(const RunReport& report) {
         out += (out.empty() ? "" : ", ") + std::to_string(report.leftOut[static_cast<int>(v)]) + " " +
                verdictName(v);
     }
-    return out;
-}
-
-std::string leftOutLine(const RunReport& report) {
-    return std::to_string(leftOutCount(report)) + " more selected test case(s) left out of this report (" +
-           leftOutCounts(report) + "); the counts cover them";
-}
-
-uint64_t linesLeftOut(const RunReport& report) {
-    return report.crashLineCount - report.crashLines.size();
-}
-
-std::string attr(const char* name, const std::string& value) {
-    return std::string(" ") + name + "=\"" + xmlEscape(value, true) + "\"";
-}
-
-// JUnit's timestamp (its schema allows no zone): the run's start in UTC without
-// its "Z"; without a record, the stamp 20261121_103000 as 2026-11-21T10:30:00.
-std::string junitTimestamp(const RunReport& report) {
-    const std::string& start = report.run.start;
-    if (start.size() == 20 && start.back() == 'Z') return start.substr(0, 19);
-    const std::string& stamp = report.stamp;
-    if (stamp.size() != 15 || stamp[8] != '_') return "";
-    for (size_t i = 0; i < stamp.size(); i++) {
-        if (i != 8 && (stamp[i] < '0' || stamp[i] > '9')) return "";
-    }
-    return stamp.substr(0, 4) + "-" + stamp.substr(4, 2) + "-" + stamp.substr(6, 2) + "T" +
-           stamp.substr(9, 2) + ":" + stamp.substr(11, 2) + ":" + stamp.substr(13, 2);
-}
-
-std::string joinLines(const std::vector<std::string>& lines) {
-    std::string out;
-    for (const auto& line : lines) out += line + "\n";
     return out;
 }
 
@@ -107,6 +75,46 @@ class LavaNames {
     std::unordered_map<std::string, uint64_t> next_;
 };
 
+void writeLines(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w,
+                const std::vector<std::string>& lines) {
+    w.StartArray();
+    for (const auto& line : lines) writeClean(w, line);
+    w.EndArray();
+}
+
+// The characters |text| takes on a terminal (one per character: its UTF-8 lead bytes).
+size_t columns(const std::string& text) {
+    size_t n = 0;
+    for (unsigned char c : text) n += (c & 0xC0) != 0x80;
+    return n;
+}
+
+// "executor: 2 start(s): 1) exit 0 after 1800 s, 2) SIGKILL after 20 s": each
+// start's end and how long it ran. One executor runs every selected test case,
+// so these are the only durations below the run's.
+std::string executorLine(const RunFacts& run) {
+    std::string out = "executor: " + std::to_string(run.executorStarts) + " start(s):";
+    for (size_t i = 0; i < run.executorEnds.size() && i < kExecutorsShown; i++) {
+        int64_t seconds = i < run.executorSeconds.size() ? run.executorSeconds[i] : -1;
+        out += std::string(i ? ", " : " ") + std::to_string(i + 1) + ") " +
+               (run.executorEnds[i].empty() ? "no end seen" : oneLine(run.executorEnds[i])) +
+               (seconds >= 0 ? " after " + std::to_string(seconds) + " s" : "");
+    }
+    if (run.executorStarts > kExecutorsShown) out += ", ...";
+    return out + "\n";
+}
+
+}  // namespace
+
+std::string leftOutLine(const RunReport& report) {
+    return std::to_string(leftOutCount(report)) + " more selected test case(s) left out of this report (" +
+           leftOutCounts(report) + "); the counts cover them";
+}
+
+uint64_t linesLeftOut(const RunReport& report) {
+    return report.crashLineCount - report.crashLines.size();
+}
+
 // One line on how the run went, from its record.
 std::string runLine(const RunReport& report) {
     const RunFacts& run = report.run;
@@ -132,15 +140,6 @@ std::string runLine(const RunReport& report) {
     return out + "\n";
 }
 
-void writeLines(rapidjson::PrettyWriter<rapidjson::StringBuffer>& w,
-                const std::vector<std::string>& lines) {
-    w.StartArray();
-    for (const auto& line : lines) writeClean(w, line);
-    w.EndArray();
-}
-
-}  // namespace
-
 std::string xmlEscape(const std::string& text, bool attribute) {
     std::string out;
     // Line ends are kept in an element's text; an attribute holds one line.
@@ -161,25 +160,42 @@ std::string reportText(const RunReport& report) {
     std::string out = "Ostrel run " + oneLine(report.stamp) + " (" + oneLine(report.archive) + ")\n" +
                       runLine(report);
     for (const RunFinding& f : report.findings) out += "run " + std::string(verdictName(f.verdict)) + ": " + oneLine(f.reason) + "\n";
-    char row[160];
-    snprintf(row, sizeof(row), "%-8s %-7s %9s %9s  %s\n", "VERDICT", "KIND", "REACHED", "TARGET",
-             "TEST CASE [COMMAND]");
-    out += row;
+    if (!report.run.configurationNames.empty() || !report.run.configuration.empty()) {
+        out += "configuration: " + oneLine(configurationText(report.run)) + "\n";
+    }
+    if (!report.run.executorEnds.empty()) out += executorLine(report.run);
+    // A row per test case, the crash history last; the reason in the last column,
+    // after the test cases padded to the widest (up to kNameColumn characters).
+    struct Row {
+        Verdict verdict;
+        const char* kind;
+        std::string reached, target, what, reason;
+    };
+    std::vector<Row> rows;
     for (const auto& c : report.cases) {
-        std::string reached = c.counted ? amount(c, c.reached) : "-";
-        std::string what = oneLine(c.name) + " [" + oneLine(c.command) + "]";
-        if (!c.counted) {
-            what += " (" + std::to_string(c.asked) + (c.asked == 1 ? " round" : " rounds") +
-                    " asked of the executor)";
-        }
-        snprintf(row, sizeof(row), "%-8s %-7s %9s %9s  ", verdictName(c.verdict), kindName(c.kind),
-                 reached.c_str(), amount(c, c.target).c_str());
-        out += row + what + "\n";
+        rows.push_back({c.verdict, kindName(c.kind), c.counted ? amount(c, c.reached) : "-", amount(c, c.target),
+                        oneLine(c.name) + " [" + oneLine(c.command) + "]", oneLine(c.reason)});
+    }
+    rows.push_back({historyVerdict(report), "lines", std::to_string(report.crashLineCount), "0", kHistoryName,
+                    oneLine(historyReason(report))});
+    size_t width = std::string("TEST CASE [COMMAND]").size();
+    for (const Row& r : rows) width = std::max(width, std::min(kNameColumn, columns(r.what)));
+    auto line = [&](const char* verdict, const char* kind, const std::string& reached, const std::string& target,
+                    const std::string& what, const std::string& reason) {
+        char head[64];
+        snprintf(head, sizeof(head), "%-8s %-7s %9s %9s  ", verdict, kind, reached.c_str(), target.c_str());
+        size_t pad = width > columns(what) ? width - columns(what) : 0;
+        return head + what + std::string(pad, ' ') + "  " + reason + "\n";
+    };
+    out += line("VERDICT", "KIND", "REACHED", "TARGET", "TEST CASE [COMMAND]", "REASON");
+    for (size_t i = 0; i + 1 < rows.size(); i++) {
+        const Row& r = rows[i];
+        out += line(verdictName(r.verdict), r.kind, r.reached, r.target, r.what, r.reason);
     }
     if (leftOutCount(report) > 0) out += "...      " + leftOutLine(report) + "\n";
-    snprintf(row, sizeof(row), "%-8s %-7s %9llu %9d  %s\n", verdictName(historyVerdict(report)),
-             "lines", static_cast<unsigned long long>(report.crashLineCount), 0, kHistoryName);
-    out += row;
+    const Row& history = rows.back();
+    out += line(verdictName(history.verdict), history.kind, history.reached, history.target, history.what,
+                history.reason);
     out += "\ncrash history: " + std::to_string(report.crashLineCount) + " line(s)" +
            (report.historySource.empty() ? "" : " from " + oneLine(report.historySource)) + "\n";
     for (const auto& line : report.crashLines) out += "  " + oneLine(line) + "\n";
@@ -281,8 +297,13 @@ std::string reportJson(const RunReport& report) {
     w.Key("error"); writeClean(w, run.error);
     w.Key("plan_sha256"); writeClean(w, run.planDigest);
     w.Key("configuration"); writeClean(w, run.configuration);
+    w.Key("configuration_names"); writeClean(w, run.configurationNames);
     w.Key("executor_starts"); w.Uint64(run.executorStarts);
     w.Key("executor_ends"); writeLines(w, run.executorEnds);
+    w.Key("executor_seconds");
+    w.StartArray();
+    for (int64_t seconds : run.executorSeconds) seconds >= 0 ? w.Int64(seconds) : w.Null();
+    w.EndArray();
     w.Key("boot_count"); w.Uint64(run.bootCount);
     w.Key("unplanned_boots"); w.Uint64(run.unplannedBoots);
     w.Key("unconfirmed"); writeLines(w, run.unconfirmed);
@@ -299,121 +320,15 @@ std::string reportJson(const RunReport& report) {
     return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
 
-// A JUnit classname part: letters, digits, '-' and '_' ('.' separates parts).
-std::string classPart(const std::string& text) {
-    std::string out;
-    for (char c : cleanText(text)) {
-        bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-';
-        out += ok ? c : '_';
-    }
-    return out;
-}
-
-// One <testcase>: its verdict as JUnit's element (none for a pass), with the
-// reason as the message and |type| as the type.
-std::string junitCase(const std::string& classname, const std::string& name, int64_t seconds, Verdict v,
-                      const std::string& reason, const std::string& type, const std::string& systemOut) {
-    std::string out = "    <testcase" + attr("classname", classname) + attr("name", name) +
-                      attr("time", std::to_string(seconds)) + ">\n";
-    std::string element = junitElement(v);
-    if (!element.empty()) {
-        out += "      <" + element + attr("message", reason) + (element == "skipped" ? "" : attr("type", type)) + "/>\n";
-    }
-    return out + "      <system-out>" + xmlEscape(systemOut, false) + "</system-out>\n    </testcase>\n";
-}
-
-// A test case's classname is "ostrel.<device>.<kind>": the same for the same
-// test case of a device in every run; the run's stamp is in the suite's name
-// and its properties.
-std::string junitSuite(const RunReport& report) {
-    const RunFacts& run = report.run;
-    std::string device = deviceOf(report);
-    std::string prefix = "ostrel." + (device.empty() ? "" : classPart(device) + ".");
-    std::string body;
-    uint64_t tests = 0, elements[kVerdictCount] = {};
-    auto add = [&](const std::string& kind, const std::string& name, int64_t seconds, Verdict v,
-                   const std::string& reason, const std::string& type, const std::string& systemOut) {
-        tests++;
-        elements[static_cast<int>(v)]++;
-        body += junitCase(prefix + kind, name, seconds, v, reason, type, systemOut);
-    };
-    for (const RunFinding& f : report.findings) add("run", f.name, 0, f.verdict, f.reason, f.name, f.reason);
-    for (const auto& c : report.cases) {
-        std::string type = c.verdict == Verdict::Aborted ? "aborted" :
-                           c.verdict == Verdict::Error && !run.error.empty() ? run.error : kindName(c.kind);
-        add(kindName(c.kind), c.id, c.kind == Kind::ByTime ? c.reached : 0, c.verdict, c.reason, type,
-            "command: " + c.command + "\n" + c.reason);
-    }
-    if (leftOutCount(report) > 0) {
-        add("left_out", std::to_string(leftOutCount(report)) + " more test cases", 0, leftOutVerdict(report),
-            leftOutLine(report),
-            "left_out", leftOutLine(report));
-    }
-    std::string leftOutLines = linesLeftOut(report) == 0 ? "" :
-            "... " + std::to_string(linesLeftOut(report)) + " more line(s) left out of this report\n";
-    add("history", kHistoryName, 0, historyVerdict(report), historyReason(report), "crash",
-        joinLines(report.crashLines) + leftOutLines);
-    auto count = [&](const char* element) {
-        uint64_t n = 0;
-        for (Verdict v : kVerdictOrder) n += std::string(junitElement(v)) == element ? elements[static_cast<int>(v)] : 0;
-        return std::to_string(n);
-    };
-    std::string out = "  <testsuite" + attr("name", "QAV" + report.stamp) + attr("tests", std::to_string(tests)) +
-                      attr("failures", count("failure")) + attr("errors", count("error")) +
-                      attr("skipped", count("skipped")) + attr("time", std::to_string(std::max<int64_t>(run.duration, 0)));
-    std::string when = junitTimestamp(report);
-    out += (when.empty() ? "" : attr("timestamp", when)) + ">\n    <properties>\n";
-    auto property = [&](const std::string& name, const std::string& value) {
-        out += "      <property" + attr("name", name) + attr("value", value) + "/>\n";
-    };
-    property("archive", report.archive);
-    property("stamp", report.stamp);
-    property("verdict", verdictName(runVerdict(report)));
-    property("run_record", run.present ? "yes" : "no");
-    if (!device.empty()) property("device", device);
-    if (run.present) {
-        property("run_id", run.runId);
-        property("start", run.start);
-        property("end_cause", run.endCause);
-        property("plan_sha256", run.planDigest);
-        property("configuration", run.configuration);
-        for (const auto& [key, value] : run.device) property("device." + key, value);
-    }
-    out += "    </properties>\n" + body;
-    out += "    <system-out>" +
-           xmlEscape(runLine(report) + "executor log: " + std::to_string(report.logSize) +
-                             " bytes, last lines:\n" + joinLines(report.logTail),
-                     false) +
-           "</system-out>\n  </testsuite>\n";
-    return out;
-}
-
-std::string junitHead() {
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites" + attr("name", "ostrel") + ">\n";
-}
-
-std::string junitTail() {
-    return "</testsuites>\n";
-}
-
-std::string junitBadArchive(const BadArchive& bad) {
-    return "  <testsuite" + attr("name", bad.archive) + attr("tests", "1") + attr("failures", "0") +
-           attr("errors", "1") + ">\n    <testcase" + attr("classname", "ostrel.archive") +
-           attr("name", bad.archive) + ">\n      <error" + attr("message", bad.reason) +
-           attr("type", "unreadable") + "/>\n    </testcase>\n  </testsuite>\n";
-}
-
-std::string reportJunit(const RunReport& report) {
-    return junitHead() + junitSuite(report) + junitTail();
-}
-
 // One test set per run; the crash history keeps its name (a test case whose name
-// cleans to it gets a suffix); a measurement is always what was reached.
+// cleans to it gets a suffix); a measurement is what was reached, and for the
+// "run" test case the run's duration.
 std::vector<std::vector<std::string>> lavaCalls(const RunReport& report) {
     LavaNames names;
     // The report's own names first: a test case named like one gets a suffix.
     std::string historyName = names.make(kHistoryName);
     std::string leftOutName = names.make("left_out");
+    std::string runName = names.make("run");
     std::vector<std::string> findingNames;
     for (const RunFinding& f : report.findings) findingNames.push_back(names.make(f.name));
     std::vector<std::vector<std::string>> calls;
@@ -433,6 +348,8 @@ std::vector<std::vector<std::string>> lavaCalls(const RunReport& report) {
     }
     for (size_t i = 0; i < report.findings.size(); i++) call(findingNames[i], report.findings[i].verdict, 0, nullptr);
     call(historyName, historyVerdict(report), static_cast<int64_t>(report.crashLineCount), "lines");
+    // The run as a whole: its verdict, and its duration when the record tells it.
+    call(runName, runVerdict(report), report.run.duration, report.run.duration >= 0 ? "seconds" : nullptr);
     calls.push_back({"lava-test-set", "stop"});
     return calls;
 }

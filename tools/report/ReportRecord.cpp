@@ -97,7 +97,41 @@ bool readRecordText(const std::string& path, std::string* text, std::string* err
     return ok;
 }
 
+// The names of what a configuration list selects, in its order: "name" for a
+// feature, "group/name" for a member of a group; cut once at kShownBytes.
+std::string selectedNames(const rapidjson::Value& list) {
+    const rapidjson::Value* entries = member(list, "config");
+    if (entries == nullptr || !entries->IsArray()) return "";
+    std::string names;
+    size_t total = 0;
+    auto add = [&](const std::string& name) {
+        std::string item = (total ? ", " : "") + name;
+        total += item.size();
+        if (names.size() <= kShownBytes) names += item;
+    };
+    auto selected = [](const rapidjson::Value& e) {
+        const rapidjson::Value* select = member(e, "select");
+        return select && select->IsTrue();
+    };
+    for (const auto& entry : entries->GetArray()) {
+        const rapidjson::Value* content = member(entry, "content");
+        if (content && content->IsArray()) {
+            for (const auto& m : content->GetArray()) {
+                if (selected(m)) add(str(entry, "name") + "/" + str(m, "name"));
+            }
+        } else if (selected(entry)) {
+            add(str(entry, "name"));
+        }
+    }
+    return total == 0 ? "nothing selected" : cutText(names, total);
+}
+
 }  // namespace
+
+std::string configurationText(const RunFacts& run) {
+    if (run.configurationNames.empty()) return run.configuration;
+    return run.configurationNames + " [" + run.configuration + "]";
+}
 
 bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string* error) {
     std::string path = archivePath;
@@ -143,6 +177,7 @@ bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string*
             rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
             list->Accept(writer);
             run.configurationList.assign(buffer.GetString(), buffer.GetSize());
+            run.configurationNames = list->IsNull() ? "cleared" : selectedNames(*list);
         }
         const rapidjson::Value* status = member(*config, key::kExitStatus);
         // Cut once, here: a record's words can be megabytes.
@@ -161,7 +196,12 @@ bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string*
     if (const rapidjson::Value* list = member(doc, key::kExecutors); list && list->IsArray()) {
         for (const auto& e : list->GetArray()) {
             ExecutorEnd how = endOf(e);
-            if (run.executorEnds.size() < kShownLines) run.executorEnds.push_back(how.name);
+            if (run.executorEnds.size() < kShownLines) {
+                run.executorEnds.push_back(how.name);
+                const rapidjson::Value* end = member(e, key::kEnd);
+                int64_t from = key::utcSeconds(str(e, key::kTime)), to = end ? key::utcSeconds(str(*end, key::kTime)) : -1;
+                run.executorSeconds.push_back(from >= 0 && to >= from ? to - from : -1);
+            }
             run.executorStarts++;
             // The last start is the one of the highest number (a summed-up list
             // keeps the ends that stand out after the first entries).

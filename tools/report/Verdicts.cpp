@@ -99,6 +99,11 @@ bool retried(Verdict verdict, bool failedOnly) {
     return verdict != Verdict::Pass;
 }
 
+// "1 round", "3 rounds".
+std::string rounds(int64_t n) {
+    return std::to_string(n) + (n == 1 ? " round" : " rounds");
+}
+
 void judgeCase(const RunFacts& run, CaseReport* c) {
     auto judge = [c](Verdict v, const std::string& reason) {
         c->verdict = v;
@@ -108,7 +113,7 @@ void judgeCase(const RunFacts& run, CaseReport* c) {
     if (!cannot.empty()) return judge(Verdict::Error, cannot);
     if (c->counted && c->reached >= c->target) return judge(Verdict::Pass, "reached " + progress(*c));
     std::string where = c->counted ? "stopped at " + progress(*c)
-                                   : std::to_string(c->asked) + " rounds asked of the executor";
+                                   : rounds(c->asked) + " asked of the executor";
     if (!run.present) {
         if (c->counted) return judge(Verdict::Fail, where);
         return judge(Verdict::Unknown, "rounds are run out by the executor and not counted, and there is no run "
@@ -129,7 +134,7 @@ void judgeCase(const RunFacts& run, CaseReport* c) {
     }
     bool byItself = run.endCause == kCauseExecutor;
     if (!c->counted && byItself && run.lastEnd == "exit 0") {
-        return judge(Verdict::Pass, std::to_string(c->asked) + " rounds asked; the executor ran them and exited 0");
+        return judge(Verdict::Pass, rounds(c->asked) + " asked; the executor ran them and exited 0");
     }
     if (c->counted) return judge(Verdict::Fail, where);
     if (run.endCause == kCauseRunFinished) {
