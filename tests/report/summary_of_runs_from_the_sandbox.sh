@@ -83,7 +83,7 @@ sleep 1
 plan "$(testcase '<img src=http://example.com/x.png>' "say x" 1 time)" > /tmp/markup.json
 ctl set-test /tmp/markup.json >/dev/null && ctl run-start >/dev/null && ctl run-abort >/dev/null && ctl get-result >/dev/null
 ctl report --format html "$results" > /tmp/summary.html || true
-facts=$(python3 "$(dirname "$0")/page_in_chromium.py" /tmp/summary.html /tmp/summary.png 2>&1)
+facts=$(python3 "$(dirname "$0")/page_in_chromium.py" /tmp/summary.html /tmp/summary 2>&1)
 check "the page in chromium: counts from the DOM, markup shown as text, fits 390 px, no error, no request" "$(cat <<'EOF'
 runs: 4
 failed runs: 4
@@ -94,8 +94,29 @@ fits 390 px: True
 console errors: []
 requests leaving the page: []
 EOF
-)" "$(grep -Ev '^(heading|smallest font px|links reached by Tab):' <<<"$facts")"
+)" "$(grep -Ev '^(heading|smallest font px|links reached by Tab|[0-9]+ px: .*):' <<<"$facts")"
 check "every link reached with the Tab key; no text under 12 px; the name with markup is text; a 390 px screenshot" \
     "yes yes yes 390" \
-    "$(yes_if grep -Eq '^links reached by Tab: ([0-9]+) of \1$' <<<"$facts") $(yes_if python3 -c 'import sys; sys.exit(float(sys.argv[1]) < 12)' "$(sed -n 's/^smallest font px: //p' <<<"$facts")") $(yes_if grep -qF '&lt;img src=http://example.com/x.png&gt;' /tmp/summary.html) $(python3 -c 'import struct, sys; print(struct.unpack(">I", open(sys.argv[1], "rb").read()[16:20])[0])' /tmp/summary.png)"
+    "$(yes_if grep -Eq '^links reached by Tab: ([0-9]+) of \1$' <<<"$facts") $(yes_if python3 -c 'import sys; sys.exit(float(sys.argv[1]) < 12)' "$(sed -n 's/^smallest font px: //p' <<<"$facts")") $(yes_if grep -qF '&lt;img src=http://example.com/x.png&gt;' /tmp/summary.html) $(python3 -c 'import struct, sys; print(struct.unpack(">I", open(sys.argv[1], "rb").read()[16:20])[0])' /tmp/summary-390px.png)"
+# At both widths: a failing cell's details by a click, a run's by the keyboard (with
+# its log's last line), the device column kept in place, colours by verdict, print.
+for width in 390 1280; do
+    check "$width px: a failing cell's click shows its verdict, reason and command on screen" "yes" \
+        "$(yes_if grep -Eq "^$width px: a failing cell's click shows: on screen: soak A [0-9]+ of 3600 seconds the run was aborted .*crash short panic-0x3a-in-driver7 1 sleep 30$" <<<"$facts")"
+    check "$width px: the run's details by keyboard, the device column, colours by verdict, print" \
+        "$width px: the matrix: matrix scrolls sideways: $([ "$width" = 390 ] && echo yes || echo no), device column stays: yes
+$width px: colours by verdict: cells: aborted rgb(188, 76, 0), fail rgb(207, 34, 46), pass rgb(26, 127, 55); bars: aborted rgb(188, 76, 0), fail rgb(207, 34, 46); headline: fail rgb(207, 34, 46)
+$width px: closed details shown before a click: False
+$width px: Enter on the first run's device shows: on screen: Run 1: $(basename "${aborted%.zip}") ...
+$width px: the run's log shown: kelbrun: sleep round 1 of 1 (30 s)
+$width px: print shows every run's details: True" \
+        "$(grep "^$width px:" <<<"$facts" | grep -v "click shows" | sed -E 's/(Run 1: QAV[0-9_]+).*/\1 .../')"
+done
+# A passing run and a path that cannot be read: the headline says incomplete, in its own colour.
+mkdir -p /tmp/golden && python3 "$(dirname "$0")/golden_archives.py" /tmp/golden >/dev/null
+ctl report --format html /tmp/golden/QAV20261124_060001.zip /tmp/golden/gone > /tmp/incomplete.html || true
+facts=$(python3 "$(dirname "$0")/page_in_chromium.py" /tmp/incomplete.html /tmp/incomplete 2>&1)
+check "an unreadable input: the headline says incomplete, in a colour of its own" \
+    "heading: Ostrel runs: 1 read, 0 failed, 1 not readable incomplete|headline: incomplete rgb(125, 78, 0)" \
+    "$(grep '^heading' <<<"$facts")|$(grep -o 'headline: .*' <<<"$facts" | sort -u)"
 finish

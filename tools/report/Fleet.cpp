@@ -133,6 +133,7 @@ bool addRun(FleetSummary* fleet, const RunReport& report) {
     run.endCause = facts.endCause;
     run.error = facts.error;
     run.duration = facts.duration;
+    run.executorEnd = facts.error.empty() ? facts.lastEnd : "the executor " + facts.errorText;
     run.verdict = runVerdict(report);
     run.reason = runReason(report);
     run.history = historyVerdict(report);
@@ -152,10 +153,19 @@ bool addRun(FleetSummary* fleet, const RunReport& report) {
         FleetCase& fc = fleet->cases[index];
         fc.counts[static_cast<int>(c.verdict)]++;
         if (failsRun(c.verdict)) fc.failedRuns.push_back(runIndex);
-        run.cases.push_back(FleetCaseResult{index, c.verdict, amountOf(c), c.reason});
+        FleetCaseResult result{index, c.verdict};
+        if (c.verdict != Verdict::Pass) {
+            result.detail = static_cast<uint32_t>(run.details.size());
+            run.details.push_back(FleetCaseDetail{amountOf(c), c.reason, c.command});
+        }
+        run.cases.push_back(result);
     }
+    run.logPresent = report.logPresent;
+    run.logSize = report.logSize;
+    size_t from = report.logTail.size() > kRunViewLines ? report.logTail.size() - kRunViewLines : 0;
+    for (size_t k = from; k < report.logTail.size(); k++) run.logTail.push_back(shownText(report.logTail[k]));
     for (const std::string& line : report.crashLines) {
-        if (run.crashExamples.size() < kRunViewLines) run.crashExamples.push_back(line);
+        if (run.crashExamples.size() < kRunViewLines) run.crashExamples.push_back(line);  // cut where it was read
         std::string signature = crashSignature(line);
         auto it = fleet->signatures.find(signature);
         if (it == fleet->signatures.end()) {
@@ -208,12 +218,11 @@ size_t failedRuns(const FleetSummary& fleet) {
 std::string fleetHeadline(const FleetSummary& fleet) {
     Verdict v = fleetVerdict(fleet);
     if (fleet.bad.empty()) return verdictName(v);
-    return failsRun(v) ? std::string(verdictName(v)) + ", incomplete" : "incomplete";
+    return incompleteOnly(fleet) ? "incomplete" : std::string(verdictName(v)) + ", incomplete";
 }
 
-std::string fleetHeadlineClass(const FleetSummary& fleet) {
-    Verdict v = fleetVerdict(fleet);
-    return !fleet.bad.empty() && !failsRun(v) ? "incomplete" : verdictName(v);
+bool incompleteOnly(const FleetSummary& fleet) {
+    return !fleet.bad.empty() && !failsRun(fleetVerdict(fleet));
 }
 
 int fleetExitStatus(const FleetSummary& fleet) {

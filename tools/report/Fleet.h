@@ -17,21 +17,30 @@ namespace ostrel_report {
 
 // Crash signatures kept apart; lines of any further signature are counted together.
 constexpr size_t kMaxSignatures = 10000;
-// Crash lines of a run kept for its own view in the page.
+// Crash lines and lines of the executor's log kept of a run for its details on
+// the page, each line cut to kShownBytes.
 constexpr size_t kRunViewLines = 20;
 
-// One test case of one run, as its own view shows it.
+// What a test case that did not pass shows in its run's details.
+struct FleetCaseDetail {
+    std::string amount;  // "reached of target unit", or the rounds asked
+    std::string reason, command;
+};
+
+// One test case of one run. A pass costs its verdict alone: the page shows a
+// passing test case by its name, so only the others keep a detail.
 struct FleetCaseResult {
+    static constexpr uint32_t kNoDetail = UINT32_MAX;
     size_t caseIndex;  // into FleetSummary::cases
     Verdict verdict;
-    std::string amount;  // "reached of target unit", or the rounds asked
-    std::string reason;
+    uint32_t detail = kNoDetail;  // into FleetRun::details
 };
 
 struct FleetRun {
     std::string archive, stamp, runId;
     std::string device, build, configuration;  // "" when the record does not tell
     std::string start, endCause, error;
+    std::string executorEnd;  // the last executor's end, or what its error was
     int64_t startSeconds = -1, duration = -1;
     Verdict verdict = Verdict::Pass;
     std::string reason;              // why it has that verdict
@@ -40,7 +49,11 @@ struct FleetRun {
     uint64_t counts[kVerdictCount] = {};  // by verdict, the crash history included
     uint64_t crashLines = 0;
     std::vector<FleetCaseResult> cases;
+    std::vector<FleetCaseDetail> details;   // of the test cases that did not pass
     std::vector<std::string> crashExamples;  // the first kRunViewLines lines
+    bool logPresent = false;
+    uint64_t logSize = 0;
+    std::vector<std::string> logTail;  // the executor log's last kRunViewLines lines
 };
 
 // A test case across runs: matched by its id (name, " #N" for duplicates) and kind.
@@ -103,10 +116,10 @@ std::vector<const CrashSignature*> signaturesByCount(const FleetSummary& fleet);
 Verdict fleetVerdict(const FleetSummary& fleet);
 size_t failedRuns(const FleetSummary& fleet);
 // The summary's headline: the fleet's verdict; "incomplete" when inputs could
-// not be read and no run failed ("fail, incomplete" when one did); and its
-// class on the page.
+// not be read and no run failed ("fail, incomplete" when one did).
 std::string fleetHeadline(const FleetSummary& fleet);
-std::string fleetHeadlineClass(const FleetSummary& fleet);
+// The headline is "incomplete" alone: inputs could not be read, no run failed.
+bool incompleteOnly(const FleetSummary& fleet);
 // 1 when a run failed, 4 when none did but the summary is incomplete or a run is
 // unknown, 0 when every run passed; 2 when no run could be read.
 int fleetExitStatus(const FleetSummary& fleet);
