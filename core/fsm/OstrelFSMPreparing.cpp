@@ -1,6 +1,5 @@
 // PREPARING: configurations and the plan may be read and changed; RUN_START
 // begins a run. The configuration list is handed out as the config tool gives it.
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -67,11 +66,7 @@ bool OstrelFSM::preparing(PlannerEvent event, char* input, char*, int, long buf_
             // The work directory and the history copy are cleaned before the
             // flags change, and the flags are persisted before the state.
             remove_files(kExecutorDir);
-            {
-                std::lock_guard<std::mutex> lock(historyMutex);
-                unlink(kHistoryCopy);
-                if (FILE* fp = fopen(kHistoryCopy, "w")) fclose(fp);
-            }
+            history.startCopy();
             data.setRunStart(true);
             data.setRunFinished(false);
             record.runStarted(data.testcaseDefinitions());

@@ -1,11 +1,6 @@
 // The test-case runner: one executor command line from all selected test cases,
 // each followed by what is left of it, then the executor and the run's threads.
-#include <sys/eventfd.h>
-
 #include <cctype>
-#include <cerrno>
-#include <cstring>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -75,32 +70,23 @@ bool OstrelFSM::runTestcases() {
     // A second start in the same run replaces the threads, so ticks are never
     // counted twice; the earlier supervisor is reaped when it ends, without
     // ending the run.
-    stopRunThreads();
+    threads.stop();
     int32_t previous = executorProcessId.load();
-    if (previous >= 1) unreapedSupervisors.push_back(previous);
-    uint32_t run = runGeneration.load();
+    if (previous >= 1) executors.retire(previous);
     // The crash-history files are watched before the executor can write them,
     // and the plan is on disk before the executor runs.
-    HistoryWatch watch = watchDBHistory();
+    HistoryMonitor::Watch watch = history.watch();
     data.commitWrites();
     // Without an executor the run ends only by runFinished or runAbort.
     if (forkAndExec(argv)) record.executorStarted(executorProcessId.load(), words);
     delete[] argv;
 
-    monitorWakeFd = eventfd(0, EFD_CLOEXEC);
-    if (monitorWakeFd < 0) {
-        int err = errno;
-        error("ostrel: eventfd (errno:%d, %s)\n", err, strerror(err));
-    }
-    watch.wakeFd = monitorWakeFd;
-    threadsRunning.store(true);
-    tickThreadHandle = new std::thread(&OstrelFSM::tickThread, this, run);
-    auto done = std::make_shared<std::promise<void>>();
-    monitorDone = done->get_future().share();
-    monitorThreadHandle = new std::thread([this, watch, run, done] {
-        monitorDBHistoryThread(watch, run);
-        done->set_value();
-    });
+    threads.start([this](uint32_t run) { tickThread(run); },
+                  [this, watch](uint32_t run, int wakeFd) {
+                      HistoryMonitor::Watch own = watch;
+                      own.wakeFd = wakeFd;
+                      monitorDBHistoryThread(own, run);
+                  });
     return true;
 }
 

@@ -1,24 +1,11 @@
 // RUNNING: starts or resumes the test cases, counts ticks, answers GET_TEST, and
 // ends the run (endRun) by terminating the executor's process group.
-#include <signal.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "OstrelFSM.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
-
-namespace {
-
-bool groupExists(int32_t pgid) {
-    return kill(-pgid, 0) == 0;
-}
-
-}  // namespace
 
 bool OstrelFSM::running(PlannerEvent event, char*, char*, int value, long buf_fp) {
     if (data.getState() != RUNNING) return true;
@@ -72,42 +59,16 @@ void OstrelFSM::endRun(const char* cause) {
     if (data.getRunStart() && !data.getRunFinished()) data.setRunFinished(true);
     data.commitWrites();
     int32_t supervisor = executorProcessId.load();
-    terminateExecutorGroup();
+    // SIGTERM to the group, and SIGKILL when it is still there shortly after.
+    executors.terminate(supervisor);
     executorProcessId.store(-1);
     // Reaped once the whole termination is done: an unreaped leader still
     // answers the group probes above. What has not ended yet is reaped later.
-    if (supervisor >= 1) unreapedSupervisors.push_back(supervisor);
+    if (supervisor >= 1) executors.retire(supervisor);
     reapEndedSupervisors();
-    stopRunThreads();
+    threads.stop();
     data.setState(COMPLETING);
     sendEvent(RUN_FINISHED, nullptr, nullptr, 0, 0);
-}
-
-// SIGTERM to the executor's group, and SIGKILL when the group is still there
-// about 200 microseconds later.
-void OstrelFSM::terminateExecutorGroup() {
-    int32_t p = executorProcessId.load();
-    if (p < 1 || !groupExists(p)) return;
-    error("ostrel: terminate process group: -%d", p);
-    if (kill(-p, SIGTERM) == -1) {
-        error("ostrel: terminate process group: -%d, (errno:%d, %s)\n", p, errno, strerror(errno));
-    }
-    bool present = groupExists(p);
-    if (present) {
-        usleep(100);
-        present = groupExists(p);
-        if (present) {
-            usleep(100);
-            present = groupExists(p);
-        }
-    }
-    if (present) {
-        error("ostrel: delete process group again: -%d", p);
-        if (kill(-p, SIGKILL) == -1) {
-            error("ostrel: delete process group again: -%d, (errno:%d, %s)\n", p, errno,
-                  strerror(errno));
-        }
-    }
 }
 
 }  // namespace vendor::brevane::hardware::ostrel::core

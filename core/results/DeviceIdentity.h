@@ -11,15 +11,11 @@
 
 namespace vendor::brevane::hardware::ostrel::core {
 
-// Where a device without a machine id keeps the random id made for it once:
-// under the service's data, outside the folders a result archive packs.
-constexpr const char* kDeviceIdFile = "/data/vendor/qav/run/device_id";
-
 // Adds the platform's identity members to |device|, an object.
 void describeDevice(rapidjson::Value* device, rapidjson::Document::AllocatorType& a);
 
 // The id kept in |path|, made of 16 random bytes (32 hex digits) and kept there
-// on first use; "" when it can be neither read nor made.
+// on first use (a device without a machine id keeps its own in kDeviceIdFile); "" when it can be neither read nor made.
 std::string keptDeviceId(const char* path);
 
 }  // namespace vendor::brevane::hardware::ostrel::core

@@ -2,6 +2,7 @@
 #include <sys/system_properties.h>
 
 #include "DeviceIdentity.h"
+#include "ResultLayout.h"
 #include "RunRecordSchema.h"
 
 namespace vendor::brevane::hardware::ostrel::core {

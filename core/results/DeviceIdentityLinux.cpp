@@ -9,6 +9,7 @@
 #include <string>
 
 #include "DeviceIdentity.h"
+#include "ResultLayout.h"
 #include "RunRecordSchema.h"
 
 namespace vendor::brevane::hardware::ostrel::core {

@@ -9,12 +9,10 @@
 #include <functional>
 #include <string>
 
+#include "ResultLayout.h"
 #include "RunRecordSchema.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
-
-constexpr const char* kRunRecordDir = "/data/vendor/qav/run";
-constexpr const char* kRunJournalFile = "/data/vendor/qav/run/record.journal";
 
 // The kinds of journal line ("event" of each).
 namespace journal {

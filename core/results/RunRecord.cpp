@@ -23,6 +23,7 @@
 #include "DeviceIdentity.h"
 #include "JsonText.h"
 #include "OstrelLog.h"
+#include "ResultLayout.h"
 #include "RunRecordSchema.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
@@ -31,16 +32,10 @@ namespace key = runrecord;
 
 namespace {
 
-constexpr const char* kJournalTemp = "/data/vendor/qav/run/record.journal.new";
-constexpr const char* kConfigFile = "/data/vendor/qav/run/configuration.json";
-constexpr const char* kConfigTemp = "/data/vendor/qav/run/configuration.json.new";
-// Where the records handed out go (beside the archives); a kill may leave a
-// temporary one there.
-constexpr const char* kResultsDir = "/data/vendor/qav/results";
-constexpr const char* kSideFilePrefix = "executor.";
-constexpr const char* kSideFileSuffix = ".end";
-constexpr const char* kTempSuffix = ".new";
-constexpr const char* kSideTempSuffix = ".tmp";
+// What a write of |path| is called until it is renamed over it.
+std::string tempOf(const char* path) {
+    return std::string(path) + kTempSuffix;
+}
 
 using Value = rapidjson::Value;
 
@@ -163,8 +158,8 @@ void RunRecord::removeLeftovers() {
     eachFile(kRunRecordDir, kSideFilePrefix, kSideTempSuffix, [](const char* name) {
         unlink((std::string(kRunRecordDir) + "/" + name).c_str());
     });
-    eachFile(kResultsDir, "QAV", ".run.json.new", [](const char* name) {
-        unlink((std::string(kResultsDir) + "/" + name).c_str());
+    eachFile(kResultDir, kResultStem, tempOf(kRecordSuffix).c_str(), [](const char* name) {
+        unlink((std::string(kResultDir) + "/" + name).c_str());
     });
 }
 
@@ -254,12 +249,12 @@ void RunRecord::runStarted(const std::string& planDefinitions) {
     addText(line, key::kBootId, bootId());
     addText(line, key::kPlanSha256, sha256Hex(planDefinitions));
     rapidjson::Document config(&a);
-    std::string configText = readSmallFile(kConfigFile);
+    std::string configText = readSmallFile(kRunConfigFile);
     bool haveConfig = !configText.empty() && parseJsonText(config, configText.c_str(), configText.size()) &&
                       config.IsObject();
     line.AddMember(rapidjson::StringRef(key::kConfiguration), haveConfig ? Value(config, a) : Value(), a);
     // A new journal holds the start alone: replaced whole, never appended to.
-    if (!replaceFileAtomically(kJournalTemp, kRunJournalFile, textOf(line) + "\n", 0660)) {
+    if (!replaceFileAtomically(tempOf(kRunJournalFile).c_str(), kRunJournalFile, textOf(line) + "\n", 0660)) {
         error("ostrel: run record %s (errno:%d, %s)\n", kRunJournalFile, errno);
     }
     started = true;
@@ -333,12 +328,12 @@ void RunRecord::runEnded(const char* cause) {
 }
 
 bool RunRecord::writeBeside(const std::string& zipName) {
-    const std::string suffix = ".zip";
+    const std::string suffix = kArchiveSuffix;
     if (!started || zipName.size() <= suffix.size()) return false;
     std::string text = foldJournal(kRunJournalFile);
     if (text.empty()) return false;
-    std::string target = zipName.substr(0, zipName.size() - suffix.size()) + ".run.json";
-    std::string temp = target + kTempSuffix;
+    std::string target = zipName.substr(0, zipName.size() - suffix.size()) + kRecordSuffix;
+    std::string temp = tempOf(target.c_str());
     if (!replaceFileAtomically(temp.c_str(), target.c_str(), text, 0664)) {
         error("ostrel: run record to %s (errno:%d, %s)\n", target.c_str(), errno);
         return false;
@@ -375,8 +370,8 @@ void RunRecord::configurationApplied(const char* clientList, const std::vector<s
     config.AddMember(rapidjson::StringRef(key::kWords), tool, a);
     config.AddMember(rapidjson::StringRef(key::kExitStatus), exitStatus, a);
     mkdir(kRunRecordDir, 0770);
-    if (!replaceFileAtomically(kConfigTemp, kConfigFile, textOf(config), 0660)) {
-        error("ostrel: run record %s (errno:%d, %s)\n", kConfigFile, errno);
+    if (!replaceFileAtomically(tempOf(kRunConfigFile).c_str(), kRunConfigFile, textOf(config), 0660)) {
+        error("ostrel: run record %s (errno:%d, %s)\n", kRunConfigFile, errno);
     }
 }
 

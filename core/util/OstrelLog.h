@@ -28,6 +28,19 @@ void formatDiagnostic(const char* tag, const char* file, const char* fmt, Args..
     if (n < 1) return;
     writeDiagnostic(tag, file, buf);
 }
+
+// A class's diagnostic writer as a value: its platform-log tag and the compiled-in
+// source path whose name its lines carry. An owner hands its own to the parts it
+// is made of, so that their lines read exactly as the owner's.
+struct Diagnostics {
+    const char* tag;
+    const char* file;
+
+    template <typename... Args>
+    void error(const char* fmt, Args... args) const {
+        formatDiagnostic(tag, file, fmt, args...);
+    }
+};
 #pragma clang diagnostic pop
 
 // Text of the line number for an assertion line's "Line:%s" field.

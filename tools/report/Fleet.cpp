@@ -8,14 +8,18 @@
 #include <cstring>
 
 #include "Fleet.h"
+#include "ResultLayout.h"
 
 namespace ostrel_report {
 
 namespace {
 
+namespace layout = ::vendor::brevane::hardware::ostrel::core;
+
 bool isResultName(const std::string& name) {
-    return name.size() > 7 && name.compare(0, 3, "QAV") == 0 &&
-           name.compare(name.size() - 4, 4, ".zip") == 0;
+    const std::string stem = layout::kResultStem, suffix = layout::kArchiveSuffix;
+    return name.size() > stem.size() + suffix.size() && name.compare(0, stem.size(), stem) == 0 &&
+           name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0;
 }
 
 void unreadable(std::vector<BadArchive>* bad, const std::string& path, const char* what) {

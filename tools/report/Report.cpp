@@ -25,14 +25,16 @@ extern "C" int32_t __android_log_set_minimum_priority(int32_t priority);
 #include "JsonText.h"
 #include "MappedRead.h"
 #include "Report.h"
+#include "ResultLayout.h"
 
 namespace ostrel_report {
 
 namespace {
 
-constexpr const char* kPlanEntry = "qav/data/ostreldata.txt";
-constexpr const char* kHistoryEntry = "qav/data/db_history";
-constexpr const char* kLogEntry = "qav/kelbrun/kelbrun_log.txt";
+namespace layout = ::vendor::brevane::hardware::ostrel::core;
+constexpr const char* kPlanEntry = layout::kPlanEntry;
+constexpr const char* kHistoryEntry = layout::kHistoryEntry;
+constexpr const char* kLogEntry = layout::kExecutorLogEntry;
 constexpr uint32_t kMaxPlanBytes = 16u << 20;
 constexpr uint64_t kMaxHistoryBytes = 16u << 20;
 constexpr size_t kLogTailBytes = 64u << 10;
@@ -63,8 +65,9 @@ bool endsWith(const std::string& text, const std::string& tail) {
 // QAV<stamp>.zip gives <stamp>; another name gives itself without ".zip".
 std::string stampOf(const std::string& path) {
     std::string name = baseName(path);
-    if (endsWith(name, ".zip")) name.resize(name.size() - 4);
-    if (name.size() > 3 && name.compare(0, 3, "QAV") == 0) name.erase(0, 3);
+    const std::string stem = layout::kResultStem, suffix = layout::kArchiveSuffix;
+    if (endsWith(name, suffix)) name.resize(name.size() - suffix.size());
+    if (name.size() > stem.size() && name.compare(0, stem.size(), stem) == 0) name.erase(0, stem.size());
     return name;
 }
 
@@ -212,8 +215,9 @@ bool collectLines(const uint8_t* buf, size_t size, void* cookie) {
 bool readHistory(ZipArchiveHandle handle, const std::string& archivePath, RunReport* report,
                  std::string* error) {
     std::string beside = archivePath;
-    if (endsWith(beside, ".zip")) beside.resize(beside.size() - 4);
-    beside += ".db_history";
+    const std::string suffix = layout::kArchiveSuffix;
+    if (endsWith(beside, suffix)) beside.resize(beside.size() - suffix.size());
+    beside += layout::kHistorySuffix;
     LineCollector lines(&report->crashLines, &report->crashLineCount);
     // O_NONBLOCK: a FIFO in its place must not hang the report.
     // O_NOFOLLOW: a link in its place would show another file's lines as the run's.

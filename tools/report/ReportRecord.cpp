@@ -15,6 +15,7 @@
 
 #include "JsonText.h"
 #include "Report.h"
+#include "ResultLayout.h"
 
 namespace ostrel_report {
 
@@ -135,8 +136,12 @@ std::string configurationText(const RunFacts& run) {
 
 bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string* error) {
     std::string path = archivePath;
-    if (path.size() > 4 && path.compare(path.size() - 4, 4, ".zip") == 0) path.resize(path.size() - 4);
-    path += ".run.json";
+    namespace layout = ::vendor::brevane::hardware::ostrel::core;
+    const std::string suffix = layout::kArchiveSuffix;
+    if (path.size() > suffix.size() && path.compare(path.size() - suffix.size(), suffix.size(), suffix) == 0) {
+        path.resize(path.size() - suffix.size());
+    }
+    path += layout::kRecordSuffix;
     facts->recordPath = cleanText(path);
     std::string text;
     if (!readRecordText(path, &text, error)) return false;

@@ -4,7 +4,6 @@
 // a directory tree.
 #include <android/log.h>
 #include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "OstrelFSM.h"
+#include "RegularFile.h"
 
 namespace vendor::brevane::hardware::ostrel::core {
 
@@ -22,11 +22,11 @@ namespace {
 
 constexpr size_t kCopyChunk = 65536;
 
-// |path| with its first "/data/vendor/" removed.
+// |path| with its first kArchiveRoot removed.
 std::string entryName(std::string path) {
-    static const std::string kPrefix = "/data/vendor/";
-    size_t at = path.find(kPrefix);
-    if (at != std::string::npos) path.erase(at, kPrefix.size());
+    const std::string root = kArchiveRoot;
+    size_t at = path.find(root);
+    if (at != std::string::npos) path.erase(at, root.size());
     return path;
 }
 
