@@ -15,6 +15,7 @@
 #include "Client.h"
 #include "JsonText.h"
 #include "Report.h"
+#include "ResultLayout.h"
 
 namespace ostrelctl {
 
@@ -208,12 +209,8 @@ ExitStatus resultAnswer(const std::string& answer, const std::string& log, const
     std::string history = comma == std::string::npos ? "" : answer.substr(comma + 2);
     // The run record the service moved beside the archive: the third file a lab
     // copies ("" when there is none, from a service without records).
-    std::string record;
-    const std::string zip = ".zip";
-    if (archive.size() > zip.size() && archive.compare(archive.size() - zip.size(), zip.size(), zip) == 0) {
-        record = archive.substr(0, archive.size() - zip.size()) + ".run.json";
-        if (access(record.c_str(), F_OK) != 0) record.clear();
-    }
+    std::string record = ostrel_report::besideArchive(archive, vendor::brevane::hardware::ostrel::core::kRecordSuffix);
+    if (archive.empty() || access(record.c_str(), F_OK) != 0) record.clear();
     if (options.json) {
         std::cout << JsonAnswer("getResult").text("result", answer).text("archive", archive)
                              .text("history", history).text("record", record).log(log).done();

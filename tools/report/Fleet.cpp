@@ -131,7 +131,7 @@ bool addRun(FleetSummary* fleet, const RunReport& report) {
     run.build = deviceMember(facts, {"fingerprint", "os"});
     std::string kernel = deviceMember(facts, {"kernel"});
     if (!kernel.empty()) run.build += (run.build.empty() ? "" : ", ") + kernel;
-    run.configuration = facts.configuration;
+    run.configuration = configurationText(facts);
     run.start = facts.start;
     run.startSeconds = facts.startSeconds;
     run.endCause = facts.endCause;

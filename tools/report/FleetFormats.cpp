@@ -75,19 +75,29 @@ void fleetText(const FleetSummary& fleet, std::ostream& out) {
     snprintf(row, sizeof(row), "%5s %5s %5s %7s %7s  %-7s %s\n", "PASS", "FAIL", "ERROR", "ABORTED", "UNKNOWN",
              "KIND", "TEST CASE: RUNS THAT FAILED");
     out << row;
-    for (const FleetCase& c : fleet.cases) {
-        auto n = [&c](Verdict v) { return static_cast<unsigned long long>(c.counts[static_cast<int>(v)]); };
+    auto caseRow = [&](const uint64_t counts[kVerdictCount], const char* kind, const std::string& name,
+                       const std::vector<size_t>& failed) {
+        auto n = [counts](Verdict v) { return static_cast<unsigned long long>(counts[static_cast<int>(v)]); };
         snprintf(row, sizeof(row), "%5llu %5llu %5llu %7llu %7llu  %-7s ", n(Verdict::Pass), n(Verdict::Fail),
-                 n(Verdict::Error), n(Verdict::Aborted), n(Verdict::Unknown), kindName(c.kind));
+                 n(Verdict::Error), n(Verdict::Aborted), n(Verdict::Unknown), kind);
         std::string runs;
-        for (size_t k = 0; k < c.failedRuns.size() && k < kFailedRunsShown; k++) {
-            runs += (k ? " " : "") + std::to_string(c.failedRuns[k] + 1);
+        for (size_t k = 0; k < failed.size() && k < kFailedRunsShown; k++) {
+            runs += (k ? " " : "") + std::to_string(failed[k] + 1);
         }
-        if (c.failedRuns.size() > kFailedRunsShown) {
-            runs += " and " + std::to_string(c.failedRuns.size() - kFailedRunsShown) + " more";
+        if (failed.size() > kFailedRunsShown) {
+            runs += " and " + std::to_string(failed.size() - kFailedRunsShown) + " more";
         }
-        out << row + cell(c.id) + (runs.empty() ? "" : ": " + runs) + "\n";
+        out << row + name + (runs.empty() ? "" : ": " + runs) + "\n";
+    };
+    for (const FleetCase& c : fleet.cases) caseRow(c.counts, kindName(c.kind), cell(c.id), c.failedRuns);
+    // The crash history of every run, as each run's report judges it.
+    uint64_t history[kVerdictCount] = {};
+    std::vector<size_t> historyFailed;
+    for (size_t i = 0; i < fleet.runs.size(); i++) {
+        history[static_cast<int>(fleet.runs[i].history)]++;
+        if (failsRun(fleet.runs[i].history)) historyFailed.push_back(i);
     }
+    caseRow(history, "lines", "crash history", historyFailed);
     out << "\nCRASH SIGNATURES\n";
     for (const CrashSignature* s : signaturesByCount(fleet)) {
         std::string elsewhere = s->linesElsewhere == 0 ? "" :

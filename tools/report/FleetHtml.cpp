@@ -88,7 +88,7 @@ void matrixRow(Html& h, const FleetSummary& fleet, size_t i, const std::map<size
     h.raw("<tr").attr("data-run", std::to_string(i + 1)).attr("data-fails", failsRun(run.verdict) ? "yes" : "no")
             .attr("data-verdict", verdictName(run.verdict)).raw("><th class=\"dev\">");
     link(h, runAnchor(i), run.device.empty() ? "run " + std::to_string(i + 1) : run.device);
-    h.raw("</th><td>").text("QAV" + run.stamp).raw("</td><td>");
+    h.raw("</th><td>").text(resultName(run.stamp)).raw("</td><td>");
     badge(h, run.verdict);
     h.raw("</td>");
     std::vector<size_t> shown(columnOf.size(), SIZE_MAX);
@@ -195,7 +195,7 @@ void timeline(Html& h, const FleetSummary& fleet) {
     for (size_t i = 0; i < fleet.runs.size(); i++) {
         const FleetRun& run = fleet.runs[i];
         h.raw("<tr><th>");
-        link(h, runAnchor(i), "QAV" + run.stamp);
+        link(h, runAnchor(i), resultName(run.stamp));
         h.raw("</th><td>").text(durationOf(run)).raw("</td><td>").text(endOf(run)).raw("</td><td class=\"axis\">");
         if (run.startSeconds >= 0) {
             double x = 1000.0 * static_cast<double>(run.startSeconds - first) / span;
@@ -266,7 +266,7 @@ void otherCases(Html& h, const FleetSummary& fleet, size_t i, const std::vector<
 void runDetails(Html& h, const FleetSummary& fleet, size_t i, const std::vector<bool>& inMatrix) {
     const FleetRun& run = fleet.runs[i];
     h.raw("<details").attr("id", runAnchor(i)).raw(" class=\"run\"><summary>Run ").number(static_cast<int64_t>(i + 1))
-            .raw(": ").text("QAV" + run.stamp + (run.device.empty() ? "" : ", " + run.device)).raw(" ");
+            .raw(": ").text(resultName(run.stamp) + (run.device.empty() ? "" : ", " + run.device)).raw(" ");
     badge(h, run.verdict);
     h.raw(" ").text(run.reason).raw("</summary>\n<dl><dt>Archive</dt><dd>").text(run.archive)
             .raw("</dd><dt>Device</dt><dd>").text(run.device).raw("</dd><dt>Build</dt><dd>").text(run.build)

@@ -62,6 +62,19 @@ bool endsWith(const std::string& text, const std::string& tail) {
     return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
+}  // namespace
+
+std::string resultName(const std::string& stamp) {
+    return layout::kResultStem + stamp;
+}
+
+std::string besideArchive(const std::string& archive, const char* suffix) {
+    const std::string zip = layout::kArchiveSuffix;
+    return (endsWith(archive, zip) ? archive.substr(0, archive.size() - zip.size()) : archive) + suffix;
+}
+
+namespace {
+
 // QAV<stamp>.zip gives <stamp>; another name gives itself without ".zip".
 std::string stampOf(const std::string& path) {
     std::string name = baseName(path);
@@ -214,10 +227,7 @@ bool collectLines(const uint8_t* buf, size_t size, void* cookie) {
 // The history copy beside the archive when there is one, else the archive's own.
 bool readHistory(ZipArchiveHandle handle, const std::string& archivePath, RunReport* report,
                  std::string* error) {
-    std::string beside = archivePath;
-    const std::string suffix = layout::kArchiveSuffix;
-    if (endsWith(beside, suffix)) beside.resize(beside.size() - suffix.size());
-    beside += layout::kHistorySuffix;
+    std::string beside = besideArchive(archivePath, layout::kHistorySuffix);
     LineCollector lines(&report->crashLines, &report->crashLineCount);
     // O_NONBLOCK: a FIFO in its place must not hang the report.
     // O_NOFOLLOW: a link in its place would show another file's lines as the run's.

@@ -137,6 +137,12 @@ std::string runLine(const RunReport& report);
 std::string leftOutLine(const RunReport& report);
 uint64_t linesLeftOut(const RunReport& report);
 
+// A result's name: "QAV<stamp>".
+std::string resultName(const std::string& stamp);
+// The file beside |archive| with |suffix| (a suffix of the result layout) in
+// place of ".zip": QAV<stamp>.run.json beside QAV<stamp>.zip.
+std::string besideArchive(const std::string& archive, const char* suffix);
+
 // The four output formats.
 std::string reportText(const RunReport& report);
 std::string reportJson(const RunReport& report);

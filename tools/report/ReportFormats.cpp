@@ -332,7 +332,7 @@ std::vector<std::vector<std::string>> lavaCalls(const RunReport& report) {
     std::vector<std::string> findingNames;
     for (const RunFinding& f : report.findings) findingNames.push_back(names.make(f.name));
     std::vector<std::vector<std::string>> calls;
-    calls.push_back({"lava-test-set", "start", names.make("QAV" + report.stamp)});
+    calls.push_back({"lava-test-set", "start", names.make(resultName(report.stamp))});
     auto call = [&](const std::string& name, Verdict v, int64_t value, const char* units) {
         std::vector<std::string> words = {"lava-test-case", name, "--result", lavaResult(v)};
         if (units != nullptr) {

@@ -144,7 +144,7 @@ std::string junitSuite(const RunReport& report) {
 
     Printer p(1);
     p.OpenElement("testsuite");
-    p.attr("name", "QAV" + report.stamp);
+    p.attr("name", resultName(report.stamp));
     p.attr("tests", std::to_string(cases.size()));
     p.attr("failures", count("failure"));
     p.attr("errors", count("error"));

@@ -135,13 +135,7 @@ std::string configurationText(const RunFacts& run) {
 }
 
 bool readRunRecord(const std::string& archivePath, RunFacts* facts, std::string* error) {
-    std::string path = archivePath;
-    namespace layout = ::vendor::brevane::hardware::ostrel::core;
-    const std::string suffix = layout::kArchiveSuffix;
-    if (path.size() > suffix.size() && path.compare(path.size() - suffix.size(), suffix.size(), suffix) == 0) {
-        path.resize(path.size() - suffix.size());
-    }
-    path += layout::kRecordSuffix;
+    std::string path = besideArchive(archivePath, ::vendor::brevane::hardware::ostrel::core::kRecordSuffix);
     facts->recordPath = cleanText(path);
     std::string text;
     if (!readRecordText(path, &text, error)) return false;
