@@ -8,7 +8,9 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <functional>
 #include <iostream>
+#include <vector>
 
 #include "Client.h"
 #include "DeviceIdentity.h"
@@ -44,32 +46,71 @@ std::string otherDevice(const RunFacts& run) {
     return "";
 }
 
-void setMember(rapidjson::Value& object, const char* key, rapidjson::Value value,
-               rapidjson::Document::AllocatorType& a) {
-    auto it = object.FindMember(key);
-    if (it != object.MemberEnd()) {
-        it->value = value;
-    } else {
-        object.AddMember(rapidjson::StringRef(key), value, a);
+using PlanWriter = rapidjson::Writer<rapidjson::StringBuffer>;
+
+// Members of an object written again with new values: each one's first
+// occurrence takes its value in place, and those the object lacks follow at its
+// end; every other member is written as it was.
+struct NewValue {
+    const char* key;
+    std::function<void(PlanWriter&)> write;
+};
+
+void writeObject(PlanWriter& w, const rapidjson::Value& object, const std::vector<NewValue>& values,
+                 const std::function<bool(const rapidjson::Value& name, const rapidjson::Value& value)>& own) {
+    std::vector<bool> written(values.size());
+    w.StartObject();
+    for (const auto& m : object.GetObject()) {
+        w.Key(m.name.GetString(), m.name.GetStringLength());
+        size_t i = 0;
+        while (i < values.size() && (written[i] || !(m.name == values[i].key))) i++;
+        if (i < values.size()) {
+            written[i] = true;
+            values[i].write(w);
+        } else if (!own || !own(m.name, m.value)) {
+            m.value.Accept(w);
+        }
     }
+    for (size_t i = 0; i < values.size(); i++) {
+        if (written[i]) continue;
+        w.Key(values[i].key);
+        values[i].write(w);
+    }
+    w.EndObject();
 }
 
 // The archived plan |text| made the plan to store again: the test cases to run
 // again selected (|count| of them, each a line of |list|, the first
-// kShownCases), every counter reset. False when it is no JSON object. The
-// plan's document is let go before the plan is stored and checked again.
+// kShownCases), every counter reset. Written as it is read, without changing
+// the archived plan's document, and stopped past kInputBytes, the most a plan
+// can be. False with |error| set when it is no JSON object or grows past that.
 bool retryPlan(const std::string& text, const RunFacts& run, bool failedOnly, std::string* planText,
-               size_t* count, std::string* list) {
+               size_t* count, std::string* list, std::string* error) {
     rapidjson::Document plan;
-    if (!core::parseJsonText(plan, text.data(), text.size()) || !plan.IsObject()) return false;
-    auto& a = plan.GetAllocator();
-    auto cases = plan.FindMember(core::plankey::kTestcases);
+    if (!core::parseJsonText(plan, text.data(), text.size()) || !plan.IsObject()) {
+        *error = "the archived plan is not a JSON object";
+        return false;
+    }
     size_t& again = *count;
-    if (cases != plan.MemberEnd() && cases->value.IsArray()) {
+    rapidjson::StringBuffer buffer;
+    PlanWriter w(buffer);
+    auto value = [](auto v) { return [v](PlanWriter& out) { rapidjson::Value(v).Accept(out); }; };
+    bool casesWritten = false, tooLarge = false;
+    auto testcases = [&](const rapidjson::Value& name, const rapidjson::Value& cases) {
+        if (casesWritten || !(name == core::plankey::kTestcases) || !cases.IsArray()) return false;
+        casesWritten = true;
         int64_t index = 0;
-        for (auto& tc : cases->value.GetArray()) {
+        w.StartArray();
+        for (const auto& tc : cases.GetArray()) {
             int64_t i = index++;
-            if (!tc.IsObject()) continue;
+            if (tooLarge || buffer.GetSize() > kInputBytes) {
+                tooLarge = true;
+                break;
+            }
+            if (!tc.IsObject()) {
+                tc.Accept(w);
+                continue;
+            }
             bool rerun = false;
             if (core::readTestcase(tc).isSelect) {
                 CaseReport c = judgeTestcase(tc, i, run);
@@ -80,20 +121,27 @@ bool retryPlan(const std::string& text, const RunFacts& run, bool failedOnly, st
                 }
             }
             again += rerun;
-            setMember(tc, core::plankey::kSelect, rapidjson::Value(rerun), a);
-            for (const char* key : {core::plankey::kCurrentTime, core::plankey::kTargetTime,
-                                    core::plankey::kCurrentRound, core::plankey::kTargetRound}) {
-                setMember(tc, key, rapidjson::Value(0), a);
-            }
+            writeObject(w, tc,
+                        {{core::plankey::kSelect, value(rerun)},
+                         {core::plankey::kCurrentTime, value(0)},
+                         {core::plankey::kTargetTime, value(0)},
+                         {core::plankey::kCurrentRound, value(0)},
+                         {core::plankey::kTargetRound, value(0)}},
+                        nullptr);
         }
+        w.EndArray();
+        return true;
+    };
+    writeObject(w, plan,
+                {{core::plankey::kNotSet, value(false)},
+                 {core::plankey::kCurrentState, value(1)},
+                 {core::plankey::kRunStart, value(false)},
+                 {core::plankey::kRunFinished, value(false)}},
+                testcases);
+    if (tooLarge || buffer.GetSize() > kInputBytes) {
+        *error = "the plan to store again would be more than 16 MiB, which no plan is";
+        return false;
     }
-    setMember(plan, core::plankey::kNotSet, rapidjson::Value(false), a);
-    setMember(plan, core::plankey::kCurrentState, rapidjson::Value(1), a);
-    setMember(plan, core::plankey::kRunStart, rapidjson::Value(false), a);
-    setMember(plan, core::plankey::kRunFinished, rapidjson::Value(false), a);
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    plan.Accept(writer);
     planText->assign(buffer.GetString(), buffer.GetSize());
     return true;
 }
@@ -123,10 +171,10 @@ ExitStatus retryCommand(const sp<IOstrel>& service, const std::vector<std::strin
     }
     std::string planText, list;
     size_t again = 0;
-    bool parsed = retryPlan(text, run, failedOnly, &planText, &again, &list);
+    bool parsed = retryPlan(text, run, failedOnly, &planText, &again, &list, &error);
     text = std::string();
     if (!parsed) {
-        std::cerr << "ostrelctl: retry: " << cleanText(archive) << ": the archived plan is not a JSON object\n";
+        std::cerr << "ostrelctl: retry: " << cleanText(archive) << ": " << error << "\n";
         return kUsage;
     }
     if (again == 0) {
