@@ -72,4 +72,22 @@ std::string cutText(const std::string& head, size_t total) {
     return head.substr(0, cut) + " ... (" + std::to_string(total - cut) + " more bytes)";
 }
 
+// The one escaping for markup, after the one cleaning: the page's writer and
+// nothing else calls it (JUnit's printer escapes for itself).
+std::string xmlEscape(const std::string& text, bool attribute) {
+    std::string out;
+    // Line ends are kept in an element's text; an attribute holds one line.
+    for (char c : cleanText(text, !attribute)) {
+        switch (c) {
+            case '&': out += "&amp;"; break;
+            case '<': out += "&lt;"; break;
+            case '>': out += "&gt;"; break;
+            case '"': out += attribute ? "&quot;" : "\""; break;
+            case '\'': out += attribute ? "&apos;" : "'"; break;
+            default: out += c;
+        }
+    }
+    return out;
+}
+
 }  // namespace ostrel_report

@@ -140,22 +140,6 @@ std::string runLine(const RunReport& report) {
     return out + "\n";
 }
 
-std::string xmlEscape(const std::string& text, bool attribute) {
-    std::string out;
-    // Line ends are kept in an element's text; an attribute holds one line.
-    for (char c : cleanText(text, !attribute)) {
-        switch (c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += attribute ? "&quot;" : "\""; break;
-            case '\'': out += attribute ? "&apos;" : "'"; break;
-            default: out += c;
-        }
-    }
-    return out;
-}
-
 std::string reportText(const RunReport& report) {
     std::string out = "Ostrel run " + oneLine(report.stamp) + " (" + oneLine(report.archive) + ")\n" +
                       runLine(report);
