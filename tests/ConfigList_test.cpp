@@ -5,9 +5,6 @@
 #include "ConfigBridge.h"
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
-
 namespace {
 
 int parse(const std::string& output, Ostrel* owner = nullptr) {

@@ -10,9 +10,6 @@
 #include "ConfigBridge.h"
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
-
 // Rows: the stand-in's own listing, the tool named by SILLET_BIN (-2) or found along
 // PATH (-1); then chosen output of no bytes, exactly one capture buffer and a megabyte,
 // each line numbering the switch anew so that the last line shows in the list.

@@ -7,9 +7,6 @@
 #include "ConfigBridge.h"
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
-
 TEST(ConfigSelect, ClientsEditedListGivesTheToolsExactSetWords) {
     std::string bin = useSilletStandIn();
     android::sp<Ostrel> service = new Ostrel();

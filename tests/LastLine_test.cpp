@@ -6,9 +6,6 @@
 #include "LastLine.h"
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
-
 namespace {
 
 constexpr const char* kFile = "/data/fyr_exp/db_history";

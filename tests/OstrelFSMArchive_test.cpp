@@ -5,9 +5,6 @@
 
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
-
 namespace {
 
 const std::string kZip = std::string(FSM_RESULT_DIR) + "/QAV20240131_235959.zip";

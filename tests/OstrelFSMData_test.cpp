@@ -12,8 +12,6 @@
 
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 

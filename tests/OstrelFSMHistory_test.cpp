@@ -5,9 +5,6 @@
 
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
-
 namespace {
 
 constexpr std::chrono::milliseconds kRetry{100};

@@ -7,9 +7,6 @@
 
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
-
 namespace {
 
 // Starts the supervisor for |words| (the program path first) and returns its id.

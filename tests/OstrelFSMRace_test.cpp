@@ -11,9 +11,6 @@
 
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
-
 namespace {
 
 // Seconds from a run's start until its supervisor has ended, for an executor

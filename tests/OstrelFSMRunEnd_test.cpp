@@ -6,12 +6,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <memory>
-
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 
@@ -31,9 +26,7 @@ int threadCount() {
 
 std::unique_ptr<OstrelFSM> fastMachine(const std::vector<Testcase>& plan) {
     writeFile(kPlanFile, planJson(PREPARING, false, false, plan));
-    auto m = std::make_unique<OstrelFSM>(nullptr);
-    m->setRunTimings(kFastTick, std::chrono::milliseconds(20));
-    return m;
+    return timedMachine(kFastTick);
 }
 
 }  // namespace

@@ -10,9 +10,6 @@
 
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
-
 namespace {
 
 const char* const kResults = "/data/vendor/qav/results/QAV20240131_235959";

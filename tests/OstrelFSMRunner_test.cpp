@@ -4,9 +4,6 @@
 
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
-
 namespace {
 
 // A test case whose command is the JSON text |command|, with its counters.

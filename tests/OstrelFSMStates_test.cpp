@@ -4,13 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <memory>
 #include <regex>
 
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 
@@ -66,8 +62,7 @@ TEST(OstrelFSMStates, EveryEventInEveryStateHasItsAnswerAndEffect) {
             hour.targetTime = 3600;  // as a started run holds it
             writeFile(kPlanFile, planJson(state, state >= RUNNING, state == COMPLETING,
                                {rounds("sleep 60", 1), hour}));
-            auto m = std::make_unique<OstrelFSM>(nullptr);
-            m->setRunTimings(std::chrono::seconds(60), std::chrono::milliseconds(20));
+            auto m = timedMachine(std::chrono::seconds(60));
             const std::string before = readFile(kPlanFile);
             bool result = false;
             std::string text =

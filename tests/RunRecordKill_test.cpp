@@ -12,18 +12,12 @@
 #include <sys/wait.h>
 
 #include <atomic>
-#include <cstring>
 #include <dirent.h>
-#include <map>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <thread>
 
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 
@@ -89,6 +83,8 @@ extern "C" int unlink(const char* path) {
 
 namespace {
 
+constexpr std::chrono::milliseconds kTick{30};
+
 enum class Ending { ExecutorCrash, Abort, Finished };
 
 const char* causeOf(Ending ending) {
@@ -132,22 +128,16 @@ void endExecutorGroups() {
     }
 }
 
-std::unique_ptr<OstrelFSM> machine() {
-    auto m = std::make_unique<OstrelFSM>(nullptr);
-    m->setRunTimings(std::chrono::milliseconds(30), std::chrono::milliseconds(20));
-    return m;
-}
-
 // The run, in the child: started, a few ticks, a reboot (the machine goes, its
 // groups end, a new one counts the boot), the ending, the result.
 [[noreturn]] void makeRun(Ending ending) {
-    auto m = machine();
+    auto m = timedMachine(kTick);
     m->sendEvent(RUN_START, nullptr, nullptr, 0, 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     pid_t supervisor = m->executorPid();
     m.reset();
     kill(-supervisor, SIGKILL);
-    m = machine();
+    m = timedMachine(kTick);
     m->sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(60));
     if (ending == Ending::ExecutorCrash) {
@@ -197,8 +187,7 @@ class RunRecordKill : public ::testing::TestWithParam<Ending> {};
 
 TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneResult) {
     Ending ending = GetParam();
-    Testcase boots = rounds("sleep 600 1", 3);
-    boots.isBootTest = true;
+    Testcase boots = bootTest("sleep 600 1", 3);
     std::set<std::string> kinds;
     int n = 1;
     for (;; n++) {
@@ -234,7 +223,7 @@ TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneRes
         }
 
         // The restart: the run is carried to its result, with the record beside it.
-        auto m = machine();
+        auto m = timedMachine(kTick);
         m->sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0);
         if (m->getState() == RUNNING) m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
         if (m->getState() == COMPLETING) answer(*m, GET_RESULT);

@@ -4,13 +4,9 @@
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
-#include <memory>
 #include <regex>
 
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 
@@ -30,17 +26,11 @@ rapidjson::Document liveRecord() {
     return parsed(foldJournal(kRunJournalFile));
 }
 
-std::unique_ptr<OstrelFSM> machine(std::chrono::milliseconds tick) {
-    auto m = std::make_unique<OstrelFSM>(nullptr);
-    m->setRunTimings(tick, std::chrono::milliseconds(20));
-    return m;
-}
-
 }  // namespace
 
 TEST(RunRecord, ExecutorEndedBySignalAndTheRunsEndBesideTheResult) {
     writeFile(kPlanFile, planJson(PREPARING, false, false, {rounds("say a", 1), rounds("signal SEGV", 1)}));
-    auto m = machine(std::chrono::milliseconds(50));
+    auto m = timedMachine(std::chrono::milliseconds(50));
     useSilletStandIn();
     answer(*m, SET_CONFIG, nullptr, R"({"id":"default","config":[]})");
     ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
@@ -74,16 +64,14 @@ TEST(RunRecord, ExecutorEndedBySignalAndTheRunsEndBesideTheResult) {
 // The supervisor's side file outlives the service: the end of the executor that
 // ended before the restart is folded in, then the boot and the second start.
 TEST(RunRecord, ExecutorEndAndBootsSurviveARestart) {
-    Testcase boot = rounds("exit 3", 3);
-    boot.isBootTest = true;
-    writeFile(kPlanFile, planJson(PREPARING, false, false, {boot}));
-    auto m = machine(std::chrono::seconds(60));
+    writeFile(kPlanFile, planJson(PREPARING, false, false, {bootTest("exit 3", 3)}));
+    auto m = timedMachine(std::chrono::seconds(60));
     ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
     const std::string side = std::string(kRunRecordDir) + "/executor." + std::to_string(m->executorPid()) + ".end";
     ASSERT_TRUE(waitFor([&] { return fileExists(side); }, 5));
     m.reset();  // the service goes before its tick reaps the supervisor
 
-    m = machine(std::chrono::seconds(60));
+    m = timedMachine(std::chrono::seconds(60));
     ASSERT_TRUE(m->sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
     EXPECT_FALSE(fileExists(side));
     ASSERT_TRUE(m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));

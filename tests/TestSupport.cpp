@@ -180,6 +180,12 @@ Testcase hours(const std::string& command, int value) {
     return t;
 }
 
+Testcase bootTest(const std::string& command, int value) {
+    Testcase t = rounds(command, value);
+    t.isBootTest = true;
+    return t;
+}
+
 std::string planJson(int state, bool runStart, bool runFinished,
                      const std::vector<Testcase>& testcases) {
     auto flag = [](bool b) { return std::string(b ? "true" : "false"); };
@@ -204,6 +210,12 @@ OstrelFSM& newMachine() {
     static std::vector<OstrelFSM*>* machines = new std::vector<OstrelFSM*>;
     machines->push_back(new OstrelFSM(nullptr));
     return *machines->back();
+}
+
+std::unique_ptr<OstrelFSM> timedMachine(std::chrono::milliseconds tick, std::chrono::milliseconds retry) {
+    auto m = std::make_unique<OstrelFSM>(nullptr);
+    m->setRunTimings(tick, retry);
+    return m;
 }
 
 std::string answer(OstrelFSM& m, PlannerEvent event, bool* result, std::string input) {

@@ -6,7 +6,9 @@
 #include <unistd.h>
 #include <utils/StrongPointer.h>
 
+#include <chrono>
 #include <functional>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -84,11 +86,16 @@ struct Testcase {
 };
 Testcase rounds(const std::string& command, int value);
 Testcase hours(const std::string& command, int value);
+Testcase bootTest(const std::string& command, int value);  // rounds that count boots
 std::string planJson(int state, bool runStart, bool runFinished,
                      const std::vector<Testcase>& testcases);
 
 // A machine that lives until the process ends (its threads may outlive the test).
 OstrelFSM& newMachine();
+// A machine whose runs tick every |tick| and look for a missing crash-history file
+// every |retry|.
+std::unique_ptr<OstrelFSM> timedMachine(std::chrono::milliseconds tick,
+                                        std::chrono::milliseconds retry = std::chrono::milliseconds(20));
 // Sends |event| (with |input|, when not empty) and a memory stream; returns what
 // the handler wrote, and its result through |result|.
 std::string answer(OstrelFSM& m, PlannerEvent event, bool* result = nullptr,
@@ -107,3 +114,7 @@ const rapidjson::Value* findEntry(const rapidjson::Value& list, const std::strin
 int listNumber(const std::string& name, const char* key);
 
 }  // namespace ostrel_test
+
+// Every test reads the core's names and these helpers unqualified.
+using namespace vendor::brevane::hardware::ostrel::core;
+using namespace ostrel_test;
