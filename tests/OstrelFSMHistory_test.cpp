@@ -35,19 +35,9 @@ OstrelFSM& startRun() {
     return m;
 }
 
-
-// How many times |part| occurs in |text|.
-int occurrences(const std::string& text, const std::string& part) {
-    int n = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) n++;
-    return n;
-}
-
 // A kB field ("VmRSS", "VmHWM") of this process's status.
 long statusKiB(const std::string& key) {
-    std::string text = readFile("/proc/self/status");
-    size_t at = text.find("\n" + key + ":");
-    return at == std::string::npos ? -1 : atol(text.c_str() + at + key.size() + 2);
+    return numberAfter(readFile("/proc/self/status"), "\n" + key + ":");
 }
 
 }  // namespace

@@ -207,7 +207,7 @@ TEST(OstrelFSMRunEnd, FilesThatBlockNeverHoldUpTheEndOfARun) {
     const std::string text = diag.text();
     for (const char* path : {kShortHistoryPath, kLongHistoryPath}) {
         std::string line = diagnostic(std::string("ostrel: ") + path + " is not a regular file, ignored\n");
-        EXPECT_TRUE(contains(text, line) && text.find(line) == text.rfind(line)) << path;
+        EXPECT_EQ(occurrences(text, line), 1) << path;
     }
     EXPECT_TRUE(contains(text, "did not stop, left behind"));
     for (int fd : {writers[0], writers[1], reader}) close(fd);

@@ -12,7 +12,7 @@
 #include <sys/wait.h>
 
 #include <atomic>
-#include <dirent.h>
+#include <filesystem>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -87,14 +87,8 @@ constexpr std::chrono::milliseconds kTick{30};
 
 enum class Ending { ExecutorCrash, Abort, Finished };
 
-const char* causeOf(Ending ending) {
-    switch (ending) {
-        case Ending::ExecutorCrash: return "executor";
-        case Ending::Abort: return "runAbort";
-        case Ending::Finished: return "runFinished";
-    }
-    return "";
-}
+constexpr const char* kCauses[] = {"executor", "runAbort", "runFinished"};
+const char* causeOf(Ending ending) { return kCauses[static_cast<int>(ending)]; }
 
 std::vector<rapidjson::Document> journalLines() {
     std::vector<rapidjson::Document> lines;
@@ -106,16 +100,12 @@ std::vector<rapidjson::Document> journalLines() {
     return lines;
 }
 
-std::vector<std::string> filesIn(const char* dir, const std::string& suffix) {
+std::vector<std::string> zipsIn(const char* dir) {
     std::vector<std::string> names;
-    DIR* d = opendir(dir);
-    while (struct dirent* e = d ? readdir(d) : nullptr) {
-        std::string name = e->d_name;
-        if (name.size() > suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
-            names.push_back(std::string(dir) + "/" + name);
-        }
+    std::error_code ec;
+    for (const auto& e : std::filesystem::directory_iterator(dir, ec)) {
+        if (e.path().extension() == ".zip") names.push_back(e.path());
     }
-    if (d) closedir(d);
     return names;
 }
 
@@ -183,6 +173,7 @@ std::pair<bool, bool> checkAgreement(Ending ending, const std::string& where) {
 
 }  // namespace
 
+constexpr const char* kNames[] = {"ExecutorCrash", "RunAbort", "RunFinished"};
 class RunRecordKill : public ::testing::TestWithParam<Ending> {};
 
 TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneResult) {
@@ -214,7 +205,7 @@ TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneRes
         endExecutorGroups();
         auto [started, finished] = checkAgreement(ending, where);
         // An archive, even one cut short, has its record beside it.
-        for (const std::string& zip : filesIn("/data/vendor/qav/results", ".zip")) {
+        for (const std::string& zip : zipsIn("/data/vendor/qav/results")) {
             EXPECT_TRUE(fileExists(zip.substr(0, zip.size() - 4) + ".run.json")) << where << ": " << zip;
         }
         // A side file goes only once the journal holds the end it tells.
@@ -231,7 +222,7 @@ TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneRes
         m.reset();
         if (supervisor > 0) kill(-supervisor, SIGKILL);
         endExecutorGroups();
-        std::vector<std::string> zips = filesIn("/data/vendor/qav/results", ".zip");
+        std::vector<std::string> zips = zipsIn("/data/vendor/qav/results");
         // Killed before the run began, nothing to hand out; the plan reset by the
         // result, the run had ended as made.
         if (!started && zips.empty()) continue;
@@ -250,15 +241,11 @@ TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneRes
         EXPECT_EQ(runIds.size(), 1u) << where << ": every archive of the run carries its one run id";
     }
     // Every kind of durable write was a kill point.
-    auto seen = [&](const std::string& part) {
-        for (const std::string& k : kinds) {
-            if (k.find(part) != std::string::npos) return true;
-        }
-        return false;
-    };
+    std::string all;
+    for (const std::string& k : kinds) all += k + "\n";
     for (const char* part : {"fsync /data/vendor/qav/run/record.journal", "rename /data/vendor/qav/run/record.journal",
                              "rename /data/vendor/qav/data/ostreldata.txt", ".run.json", ".db_history"}) {
-        EXPECT_TRUE(seen(part)) << "no kill after a write of " << part;
+        EXPECT_TRUE(contains(all, part)) << "no kill after a write of " << part;
     }
     EXPECT_GE(n, 10);
     std::printf("%s: %d kill points\n", causeOf(ending), n - 1);
@@ -266,7 +253,4 @@ TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneRes
 
 INSTANTIATE_TEST_SUITE_P(EveryEnding, RunRecordKill,
                          ::testing::Values(Ending::ExecutorCrash, Ending::Abort, Ending::Finished),
-                         [](const auto& info) {
-                             return std::string(info.param == Ending::ExecutorCrash ? "ExecutorCrash"
-                                                : info.param == Ending::Abort ? "RunAbort" : "RunFinished");
-                         });
+                         [](const auto& info) { return std::string(kNames[static_cast<int>(info.param)]); });

@@ -116,6 +116,12 @@ int numberAfter(const std::string& text, const std::string& prefix) {
     return at == std::string::npos ? -1 : atoi(text.c_str() + at + prefix.size());
 }
 
+int occurrences(const std::string& text, const std::string& part) {
+    int n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) n++;
+    return n;
+}
+
 bool waitFor(const std::function<bool()>& done, double seconds) {
     auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     while (!done()) {

@@ -62,6 +62,8 @@ inline std::string diagnostic(const std::string& message) {
     return "Log at OstrelFSM: " + message.substr(0, 255) + "\n";
 }
 int numberAfter(const std::string& text, const std::string& prefix);
+// How many times |part| occurs in |text|.
+int occurrences(const std::string& text, const std::string& part);
 
 bool waitFor(const std::function<bool()>& done, double seconds);
 
