@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "ConfigBridge.h"
@@ -161,11 +162,8 @@ std::string runTool(const std::string& command) {
 
 std::vector<std::string> zipEntries(const std::string& zip) {
     std::vector<std::string> names;
-    std::string out = runTool("unzip -Z1 " + zip);
-    size_t start = 0;
-    for (size_t nl; (nl = out.find('\n', start)) != std::string::npos; start = nl + 1) {
-        names.push_back(out.substr(start, nl - start));
-    }
+    std::istringstream lines(runTool("unzip -Z1 " + zip));
+    for (std::string name; std::getline(lines, name);) names.push_back(name);
     return names;
 }
 
