@@ -1,10 +1,6 @@
-#include <gtest/gtest.h>
 #include <sanitizer/allocator_interface.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <string>
 #include <tuple>
 
 #include "ConfigBridge.h"

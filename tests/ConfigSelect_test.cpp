@@ -1,8 +1,5 @@
-#include <gtest/gtest.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
-
-#include <string>
 
 #include "ConfigBridge.h"
 #include "TestSupport.h"

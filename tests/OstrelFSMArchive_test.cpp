@@ -1,7 +1,5 @@
 // The result archive as Debian's unzip reads it.
-#include <gtest/gtest.h>
 #include <dirent.h>
-#include <sys/stat.h>
 
 #include "TestSupport.h"
 

@@ -1,7 +1,5 @@
 // The crash-history copy: last lines, appends, and the monitor thread of a real
 // run watching real files with inotify.
-#include <fcntl.h>
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 

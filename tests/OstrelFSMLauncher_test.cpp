@@ -1,9 +1,6 @@
 // The executor launcher with the real stand-in executor: the process tree, every
 // way the executor can end, and what the supervisor leaves behind.
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 
 #include "TestSupport.h"
 

@@ -1,5 +1,4 @@
 // Progress accounting on real plan files: targets, ticks, boots, guards and reset.
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 

@@ -1,12 +1,9 @@
 // An abort that meets the executor's own end: RUN_ABORT from the client's thread
 // while another thread reaps the supervisor and sends RUN_FINISHED, as the tick
 // thread does ("Race" selects it: ctest --preset tsan -R Race).
-#include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <thread>
 
 #include "TestSupport.h"

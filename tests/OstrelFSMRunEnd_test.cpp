@@ -1,10 +1,7 @@
 // Runs that end alone: the threads of an ended run stop at once and never act for
 // the next run, every crash line written after the run starts is collected, and
 // one event writes the plan once. Ticks are shortened through setRunTimings.
-#include <gtest/gtest.h>
 #include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 
 #include "TestSupport.h"
 

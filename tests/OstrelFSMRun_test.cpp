@@ -1,10 +1,6 @@
 // Whole runs through sendEvent with the stand-in executor: the executor's own end,
 // aborts (also of a group that ignores SIGTERM, and of a run with no executor),
 // resume after a restart, and the result.
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <regex>
 

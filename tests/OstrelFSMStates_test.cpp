@@ -1,7 +1,6 @@
 // Every event in every state: the handler's result, the state it leaves, what it
 // writes to the client's stream, and what it does (plan stored, executor started,
 // tool run, run ended, result made) or that it does nothing at all.
-#include <gtest/gtest.h>
 
 #include <map>
 #include <regex>

@@ -1,5 +1,4 @@
 // Diagnostic lines: their format, the 255-character cut, the line of a failed check.
-#include <gtest/gtest.h>
 
 #include <regex>
 

@@ -1,9 +1,5 @@
 // The plan check: one row per class of problem (and the warnings), each plan a
 // good plan with one thing changed, against the exact lines found.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 #include "PlanCheck.h"
 #include "TestSupport.h"

@@ -5,11 +5,6 @@
 // kill the files left must agree (the record is never behind the plan), and a
 // restarted machine must carry the run to one result per run, with its record.
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <rapidjson/document.h>
-#include <signal.h>
-#include <sys/wait.h>
 
 #include <atomic>
 #include <filesystem>

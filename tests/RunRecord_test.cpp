@@ -1,8 +1,6 @@
 // The run record: executor starts and ends (from the supervisor's side file, also
 // across a restart of the service), boots, the end's cause, the device and the
 // plan's digest, moved beside the result archive; the archive itself unchanged.
-#include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include <regex>
 

@@ -1,8 +1,14 @@
-// Helpers shared by the unit tests. They run inside the device sandbox
-// (scripts/devsandbox), where the fixed paths are a private, fresh data partition.
+// Helpers shared by the unit tests, with the headers that every test uses. They run
+// inside the device sandbox (scripts/devsandbox), where the fixed paths are a
+// private, fresh data partition.
 #pragma once
 
+#include <fcntl.h>
+#include <gtest/gtest.h>
 #include <rapidjson/document.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <utils/StrongPointer.h>
 
