@@ -29,12 +29,7 @@ bool counting() {
 
 void counted(const std::string& path) {
     int n = ++writes;
-    std::string line = std::to_string(n) + " " + path + "\n";
-    int fd = open(kWriteLog, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    if (fd >= 0) {
-        (void)!write(fd, line.data(), line.size());
-        close(fd);
-    }
+    appendFile(kWriteLog, std::to_string(n) + " " + path + "\n");
     if (n == killAt) kill(getpid(), SIGKILL);
 }
 

@@ -15,10 +15,6 @@ rapidjson::Document parsed(const std::string& text) {
     return doc;
 }
 
-rapidjson::Document recordAt(const std::string& path) {
-    return parsed(readFile(path));
-}
-
 // The record as the live journal makes it.
 rapidjson::Document liveRecord() {
     return parsed(foldJournal(kRunJournalFile));
@@ -41,7 +37,7 @@ TEST(RunRecord, ExecutorEndedBySignalAndTheRunsEndBesideTheResult) {
               (std::vector<std::string>{"qav/data/", "qav/data/db_history", "qav/data/ostreldata.txt",
                                         "qav/kelbrun/", "qav/kelbrun/kelbrun_log.txt"}));
     EXPECT_FALSE(fileExists(kRunJournalFile));
-    rapidjson::Document r = recordAt(names[1].str() + ".run.json");
+    rapidjson::Document r = parsed(readFile(names[1].str() + ".run.json"));
     ASSERT_EQ(r["executors"].Size(), 1u);
     const rapidjson::Value& exe = r["executors"][0];
     EXPECT_STREQ(exe["words"][0].GetString(), "/vendor/bin/kelbrun");
