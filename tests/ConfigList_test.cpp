@@ -1,12 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "ConfigBridge.h"
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 

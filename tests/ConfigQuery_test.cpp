@@ -1,17 +1,10 @@
-#include <gtest/gtest.h>
 #include <sanitizer/allocator_interface.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <string>
 #include <tuple>
 
 #include "ConfigBridge.h"
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 // Rows: the stand-in's own listing, the tool named by SILLET_BIN (-2) or found along
 // PATH (-1); then chosen output of no bytes, exactly one capture buffer and a megabyte,

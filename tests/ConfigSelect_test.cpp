@@ -1,14 +1,8 @@
-#include <gtest/gtest.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
-#include <string>
-
 #include "ConfigBridge.h"
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 TEST(ConfigSelect, ClientsEditedListGivesTheToolsExactSetWords) {
     std::string bin = useSilletStandIn();

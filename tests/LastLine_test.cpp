@@ -1,13 +1,8 @@
 // The last line of a file read from a bounded window at its end: what a scan
 // reads, and where a line too long to copy whole is cut.
-#include <fcntl.h>
-#include <gtest/gtest.h>
 
 #include "LastLine.h"
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 

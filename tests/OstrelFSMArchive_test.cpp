@@ -1,12 +1,7 @@
 // The result archive as Debian's unzip reads it.
-#include <gtest/gtest.h>
 #include <dirent.h>
-#include <sys/stat.h>
 
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 

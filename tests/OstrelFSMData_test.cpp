@@ -1,19 +1,11 @@
 // The plan store against real files in the sandbox's data partition.
 #include "OstrelFSMData.h"
 
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <random>
-#include <string>
 
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 

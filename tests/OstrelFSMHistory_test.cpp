@@ -1,12 +1,7 @@
 // The crash-history copy: last lines, appends, and the monitor thread of a real
 // run watching real files with inotify.
-#include <fcntl.h>
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 
@@ -33,24 +28,12 @@ OstrelFSM& startRun() {
     OstrelFSM& m = newMachine();
     m.setRunTimings(std::chrono::seconds(kTickSeconds), kRetry);
     EXPECT_TRUE(m.sendEvent(RUN_START, nullptr, nullptr, 0, 0));
-    EXPECT_EQ(m.getState(), RUNNING);
-    EXPECT_EQ(readFile(kHistoryCopy), "");
     return m;
-}
-
-
-// How many times |part| occurs in |text|.
-int occurrences(const std::string& text, const std::string& part) {
-    int n = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) n++;
-    return n;
 }
 
 // A kB field ("VmRSS", "VmHWM") of this process's status.
 long statusKiB(const std::string& key) {
-    std::string text = readFile("/proc/self/status");
-    size_t at = text.find("\n" + key + ":");
-    return at == std::string::npos ? -1 : atol(text.c_str() + at + key.size() + 2);
+    return numberAfter(readFile("/proc/self/status"), "\n" + key + ":");
 }
 
 }  // namespace

@@ -1,24 +1,17 @@
 // The executor launcher with the real stand-in executor: the process tree, every
 // way the executor can end, and what the supervisor leaves behind.
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 
 // Starts the supervisor for |words| (the program path first) and returns its id.
 pid_t launch(OstrelFSM& m, std::vector<std::string> words) {
-    char** argv = new char*[words.size() + 1];
-    for (size_t i = 0; i < words.size(); i++) argv[i] = &words[i][0];
-    argv[words.size()] = nullptr;
-    EXPECT_TRUE(m.forkAndExec(argv));
-    delete[] argv;
+    std::vector<char*> argv;
+    for (std::string& w : words) argv.push_back(w.data());
+    argv.push_back(nullptr);
+    EXPECT_TRUE(m.forkAndExec(argv.data()));
     return m.executorPid();
 }
 

@@ -1,18 +1,15 @@
 // Progress accounting on real plan files: targets, ticks, boots, guards and reset.
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
-
 namespace {
 
-Testcase counted(bool isRound, int value, int current, int target, bool select = true) {
+Testcase counted(bool isRound, int value, int current, int target, bool select = true, bool boot = false) {
     Testcase t = isRound ? rounds("x", value) : hours("x", value);
     (isRound ? t.currentRound : t.currentTime) = current;
     (isRound ? t.targetRound : t.targetTime) = target;
     t.select = select;
+    t.isBootTest = boot;
     return t;
 }
 
@@ -25,8 +22,7 @@ OstrelFSM& machineWith(const std::vector<Testcase>& plan, bool runStart = true,
 }  // namespace
 
 TEST(OstrelFSMProgress, TimeTargetsAreHoursInWrapping32BitSeconds) {
-    Testcase boot = counted(true, 3, 5, 0);
-    boot.isBootTest = true;
+    Testcase boot = counted(true, 3, 5, 0, true, true);
     OstrelFSM& m = machineWith({counted(false, 2, 99, 99), counted(false, 3, 5, 6, false),
                                 counted(false, 596524, 1, 1), counted(true, 4, 9, 9), boot});
     OstrelFSMData& d = m.planStore();
@@ -80,8 +76,7 @@ TEST(OstrelFSMProgress, OvershootIsPulledBackOnlyByALaterUpdate) {
 // Counting needs a live run, and changes nothing otherwise; the reset needs a
 // finished one, and gives every counter back its start.
 TEST(OstrelFSMProgress, CountingAndResetFollowTheRunFlags) {
-    Testcase boot = counted(true, 3, 1, 3);
-    boot.isBootTest = true;
+    Testcase boot = counted(true, 3, 1, 3, true, true);
     const std::vector<Testcase> plan = {counted(false, 2, 7300, 7200),
                                         counted(false, 1, 50, 60, false), boot};
     for (auto [runStart, runFinished] : {std::pair(false, false), {true, true}, {false, true}}) {

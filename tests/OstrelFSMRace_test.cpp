@@ -1,18 +1,12 @@
 // An abort that meets the executor's own end: RUN_ABORT from the client's thread
 // while another thread reaps the supervisor and sends RUN_FINISHED, as the tick
 // thread does ("Race" selects it: ctest --preset tsan -R Race).
-#include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <thread>
 
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 
@@ -75,16 +69,11 @@ TEST(RaceOstrelFSMRun, AbortMeetingTheExecutorsEndAlwaysEndsInCompleting) {
         m.sendEvent(GET_RESULT, nullptr, nullptr, 0, 0);
     }
     err.restore();
-    const std::string text = err.text(), mark = "ostrel: terminate process group: -";
-    size_t terminated = 0;
-    for (size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at + 1)) {
-        terminated++;
-    }
+    const int terminated = occurrences(err.text(), "ostrel: terminate process group: -");
     // Both orders occurred: aborts that found the group and aborts that came late.
     printf("executor life %.1f ms; %d of %d aborts found the group alive before the abort; "
-           "%zu terminated it\n",
+           "%d terminated it\n",
            life * 1e3, groupsFound, kRepetitions, terminated);
-    EXPECT_GT(terminated, 0u);
-    EXPECT_LT(terminated, static_cast<size_t>(kRepetitions));
-    EXPECT_EQ(m.getState(), PREPARING);
+    EXPECT_GT(terminated, 0);
+    EXPECT_LT(terminated, kRepetitions);
 }

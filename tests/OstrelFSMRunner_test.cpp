@@ -1,11 +1,7 @@
 // The test-case runner: the executor's command line from the selected test cases
 // with what is left of each, as the stand-in executor receives it.
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 

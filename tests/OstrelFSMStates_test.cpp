@@ -1,16 +1,11 @@
 // Every event in every state: the handler's result, the state it leaves, what it
 // writes to the client's stream, and what it does (plan stored, executor started,
 // tool run, run ended, result made) or that it does nothing at all.
-#include <gtest/gtest.h>
 
 #include <map>
-#include <memory>
 #include <regex>
 
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 
@@ -66,8 +61,7 @@ TEST(OstrelFSMStates, EveryEventInEveryStateHasItsAnswerAndEffect) {
             hour.targetTime = 3600;  // as a started run holds it
             writeFile(kPlanFile, planJson(state, state >= RUNNING, state == COMPLETING,
                                {rounds("sleep 60", 1), hour}));
-            auto m = std::make_unique<OstrelFSM>(nullptr);
-            m->setRunTimings(std::chrono::seconds(60), std::chrono::milliseconds(20));
+            auto m = timedMachine(std::chrono::seconds(60));
             const std::string before = readFile(kPlanFile);
             bool result = false;
             std::string text =

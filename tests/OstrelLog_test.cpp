@@ -1,12 +1,9 @@
 // Diagnostic lines: their format, the 255-character cut, the line of a failed check.
-#include <gtest/gtest.h>
 
 #include <regex>
 
 #include "TestSupport.h"
 
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 

@@ -1,24 +1,15 @@
 // The plan check: one row per class of problem (and the warnings), each plan a
 // good plan with one thing changed, against the exact lines found.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 #include "PlanCheck.h"
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 
 // A good plan of two test cases ("t" and "boot"), with the first occurrence of
 // |from| replaced by |to|.
 std::string plan(const std::string& from = "", const std::string& to = "") {
-    Testcase boot = rounds("sleep 60", 3);
-    boot.isBootTest = true;
-    std::string text = planJson(PREPARING, false, false, {rounds("say a", 2), boot});
+    std::string text = planJson(PREPARING, false, false, {rounds("say a", 2), bootTest("sleep 60", 3)});
     text.replace(text.rfind(R"("name":"t")"), 10, R"("name":"boot")");
     if (!from.empty()) text.replace(text.find(from), from.size(), to);
     return text;

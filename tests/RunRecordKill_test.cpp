@@ -5,25 +5,13 @@
 // kill the files left must agree (the record is never behind the plan), and a
 // restarted machine must carry the run to one result per run, with its record.
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <rapidjson/document.h>
-#include <signal.h>
-#include <sys/wait.h>
 
 #include <atomic>
-#include <cstring>
-#include <dirent.h>
-#include <map>
-#include <memory>
+#include <filesystem>
 #include <set>
-#include <sstream>
 #include <thread>
 
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 
@@ -41,12 +29,7 @@ bool counting() {
 
 void counted(const std::string& path) {
     int n = ++writes;
-    std::string line = std::to_string(n) + " " + path + "\n";
-    int fd = open(kWriteLog, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    if (fd >= 0) {
-        (void)!write(fd, line.data(), line.size());
-        close(fd);
-    }
+    appendFile(kWriteLog, std::to_string(n) + " " + path + "\n");
     if (n == killAt) kill(getpid(), SIGKILL);
 }
 
@@ -89,16 +72,12 @@ extern "C" int unlink(const char* path) {
 
 namespace {
 
+constexpr std::chrono::milliseconds kTick{30};
+
 enum class Ending { ExecutorCrash, Abort, Finished };
 
-const char* causeOf(Ending ending) {
-    switch (ending) {
-        case Ending::ExecutorCrash: return "executor";
-        case Ending::Abort: return "runAbort";
-        case Ending::Finished: return "runFinished";
-    }
-    return "";
-}
+constexpr const char* kCauses[] = {"executor", "runAbort", "runFinished"};
+const char* causeOf(Ending ending) { return kCauses[static_cast<int>(ending)]; }
 
 std::vector<rapidjson::Document> journalLines() {
     std::vector<rapidjson::Document> lines;
@@ -110,16 +89,12 @@ std::vector<rapidjson::Document> journalLines() {
     return lines;
 }
 
-std::vector<std::string> filesIn(const char* dir, const std::string& suffix) {
+std::vector<std::string> zipsIn(const char* dir) {
     std::vector<std::string> names;
-    DIR* d = opendir(dir);
-    while (struct dirent* e = d ? readdir(d) : nullptr) {
-        std::string name = e->d_name;
-        if (name.size() > suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
-            names.push_back(std::string(dir) + "/" + name);
-        }
+    std::error_code ec;
+    for (const auto& e : std::filesystem::directory_iterator(dir, ec)) {
+        if (e.path().extension() == ".zip") names.push_back(e.path());
     }
-    if (d) closedir(d);
     return names;
 }
 
@@ -132,22 +107,16 @@ void endExecutorGroups() {
     }
 }
 
-std::unique_ptr<OstrelFSM> machine() {
-    auto m = std::make_unique<OstrelFSM>(nullptr);
-    m->setRunTimings(std::chrono::milliseconds(30), std::chrono::milliseconds(20));
-    return m;
-}
-
 // The run, in the child: started, a few ticks, a reboot (the machine goes, its
 // groups end, a new one counts the boot), the ending, the result.
 [[noreturn]] void makeRun(Ending ending) {
-    auto m = machine();
+    auto m = timedMachine(kTick);
     m->sendEvent(RUN_START, nullptr, nullptr, 0, 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     pid_t supervisor = m->executorPid();
     m.reset();
     kill(-supervisor, SIGKILL);
-    m = machine();
+    m = timedMachine(kTick);
     m->sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(60));
     if (ending == Ending::ExecutorCrash) {
@@ -193,13 +162,13 @@ std::pair<bool, bool> checkAgreement(Ending ending, const std::string& where) {
 
 }  // namespace
 
+constexpr const char* kNames[] = {"ExecutorCrash", "RunAbort", "RunFinished"};
 class RunRecordKill : public ::testing::TestWithParam<Ending> {};
 
 TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneResult) {
     Ending ending = GetParam();
-    Testcase boots = rounds("sleep 600 1", 3);
-    boots.isBootTest = true;
-    std::set<std::string> kinds;
+    Testcase boots = bootTest("sleep 600 1", 3);
+    std::string writesSeen;  // every write's log line, of every attempt
     int n = 1;
     for (;; n++) {
         ASSERT_EQ(system("rm -rf /data/vendor/qav /tmp/writes.log && mkdir -p /data/vendor/qav/data "
@@ -216,8 +185,7 @@ TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneRes
         int status = 0;
         waitpid(child, &status, 0);
         std::string log = readFile(kWriteLog);
-        std::istringstream lines(log);
-        for (std::string line; std::getline(lines, line);) kinds.insert(line.substr(line.find(' ') + 1));
+        writesSeen += log;
         if (WIFEXITED(status)) break;  // the run got through: every write was a kill point
         ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "write " << n;
         std::string where = std::string(causeOf(ending)) + ", killed after write " + std::to_string(n) + " (" +
@@ -225,7 +193,7 @@ TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneRes
         endExecutorGroups();
         auto [started, finished] = checkAgreement(ending, where);
         // An archive, even one cut short, has its record beside it.
-        for (const std::string& zip : filesIn("/data/vendor/qav/results", ".zip")) {
+        for (const std::string& zip : zipsIn("/data/vendor/qav/results")) {
             EXPECT_TRUE(fileExists(zip.substr(0, zip.size() - 4) + ".run.json")) << where << ": " << zip;
         }
         // A side file goes only once the journal holds the end it tells.
@@ -234,7 +202,7 @@ TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneRes
         }
 
         // The restart: the run is carried to its result, with the record beside it.
-        auto m = machine();
+        auto m = timedMachine(kTick);
         m->sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0);
         if (m->getState() == RUNNING) m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0);
         if (m->getState() == COMPLETING) answer(*m, GET_RESULT);
@@ -242,7 +210,7 @@ TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneRes
         m.reset();
         if (supervisor > 0) kill(-supervisor, SIGKILL);
         endExecutorGroups();
-        std::vector<std::string> zips = filesIn("/data/vendor/qav/results", ".zip");
+        std::vector<std::string> zips = zipsIn("/data/vendor/qav/results");
         // Killed before the run began, nothing to hand out; the plan reset by the
         // result, the run had ended as made.
         if (!started && zips.empty()) continue;
@@ -261,15 +229,9 @@ TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneRes
         EXPECT_EQ(runIds.size(), 1u) << where << ": every archive of the run carries its one run id";
     }
     // Every kind of durable write was a kill point.
-    auto seen = [&](const std::string& part) {
-        for (const std::string& k : kinds) {
-            if (k.find(part) != std::string::npos) return true;
-        }
-        return false;
-    };
     for (const char* part : {"fsync /data/vendor/qav/run/record.journal", "rename /data/vendor/qav/run/record.journal",
                              "rename /data/vendor/qav/data/ostreldata.txt", ".run.json", ".db_history"}) {
-        EXPECT_TRUE(seen(part)) << "no kill after a write of " << part;
+        EXPECT_TRUE(contains(writesSeen, part)) << "no kill after a write of " << part;
     }
     EXPECT_GE(n, 10);
     std::printf("%s: %d kill points\n", causeOf(ending), n - 1);
@@ -277,7 +239,4 @@ TEST_P(RunRecordKill, AKillAtEachDurableWriteLeavesTheRecordWithThePlanAndOneRes
 
 INSTANTIATE_TEST_SUITE_P(EveryEnding, RunRecordKill,
                          ::testing::Values(Ending::ExecutorCrash, Ending::Abort, Ending::Finished),
-                         [](const auto& info) {
-                             return std::string(info.param == Ending::ExecutorCrash ? "ExecutorCrash"
-                                                : info.param == Ending::Abort ? "RunAbort" : "RunFinished");
-                         });
+                         [](const auto& info) { return std::string(kNames[static_cast<int>(info.param)]); });

@@ -1,16 +1,10 @@
 // The run record: executor starts and ends (from the supervisor's side file, also
 // across a restart of the service), boots, the end's cause, the device and the
 // plan's digest, moved beside the result archive; the archive itself unchanged.
-#include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
-#include <memory>
 #include <regex>
 
 #include "TestSupport.h"
-
-using namespace vendor::brevane::hardware::ostrel::core;
-using namespace ostrel_test;
 
 namespace {
 
@@ -21,26 +15,16 @@ rapidjson::Document parsed(const std::string& text) {
     return doc;
 }
 
-rapidjson::Document recordAt(const std::string& path) {
-    return parsed(readFile(path));
-}
-
 // The record as the live journal makes it.
 rapidjson::Document liveRecord() {
     return parsed(foldJournal(kRunJournalFile));
-}
-
-std::unique_ptr<OstrelFSM> machine(std::chrono::milliseconds tick) {
-    auto m = std::make_unique<OstrelFSM>(nullptr);
-    m->setRunTimings(tick, std::chrono::milliseconds(20));
-    return m;
 }
 
 }  // namespace
 
 TEST(RunRecord, ExecutorEndedBySignalAndTheRunsEndBesideTheResult) {
     writeFile(kPlanFile, planJson(PREPARING, false, false, {rounds("say a", 1), rounds("signal SEGV", 1)}));
-    auto m = machine(std::chrono::milliseconds(50));
+    auto m = timedMachine(std::chrono::milliseconds(50));
     useSilletStandIn();
     answer(*m, SET_CONFIG, nullptr, R"({"id":"default","config":[]})");
     ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
@@ -53,7 +37,7 @@ TEST(RunRecord, ExecutorEndedBySignalAndTheRunsEndBesideTheResult) {
               (std::vector<std::string>{"qav/data/", "qav/data/db_history", "qav/data/ostreldata.txt",
                                         "qav/kelbrun/", "qav/kelbrun/kelbrun_log.txt"}));
     EXPECT_FALSE(fileExists(kRunJournalFile));
-    rapidjson::Document r = recordAt(names[1].str() + ".run.json");
+    rapidjson::Document r = parsed(readFile(names[1].str() + ".run.json"));
     ASSERT_EQ(r["executors"].Size(), 1u);
     const rapidjson::Value& exe = r["executors"][0];
     EXPECT_STREQ(exe["words"][0].GetString(), "/vendor/bin/kelbrun");
@@ -74,16 +58,14 @@ TEST(RunRecord, ExecutorEndedBySignalAndTheRunsEndBesideTheResult) {
 // The supervisor's side file outlives the service: the end of the executor that
 // ended before the restart is folded in, then the boot and the second start.
 TEST(RunRecord, ExecutorEndAndBootsSurviveARestart) {
-    Testcase boot = rounds("exit 3", 3);
-    boot.isBootTest = true;
-    writeFile(kPlanFile, planJson(PREPARING, false, false, {boot}));
-    auto m = machine(std::chrono::seconds(60));
+    writeFile(kPlanFile, planJson(PREPARING, false, false, {bootTest("exit 3", 3)}));
+    auto m = timedMachine(std::chrono::seconds(60));
     ASSERT_TRUE(m->sendEvent(RUN_START, nullptr, nullptr, 0, 0));
     const std::string side = std::string(kRunRecordDir) + "/executor." + std::to_string(m->executorPid()) + ".end";
     ASSERT_TRUE(waitFor([&] { return fileExists(side); }, 5));
     m.reset();  // the service goes before its tick reaps the supervisor
 
-    m = machine(std::chrono::seconds(60));
+    m = timedMachine(std::chrono::seconds(60));
     ASSERT_TRUE(m->sendEvent(BOOT_COMPLETED, nullptr, nullptr, 0, 0));
     EXPECT_FALSE(fileExists(side));
     ASSERT_TRUE(m->sendEvent(RUN_ABORT, nullptr, nullptr, 0, 0));

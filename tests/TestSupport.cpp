@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "ConfigBridge.h"
@@ -116,6 +117,12 @@ int numberAfter(const std::string& text, const std::string& prefix) {
     return at == std::string::npos ? -1 : atoi(text.c_str() + at + prefix.size());
 }
 
+int occurrences(const std::string& text, const std::string& part) {
+    int n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) n++;
+    return n;
+}
+
 bool waitFor(const std::function<bool()>& done, double seconds) {
     auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     while (!done()) {
@@ -155,11 +162,8 @@ std::string runTool(const std::string& command) {
 
 std::vector<std::string> zipEntries(const std::string& zip) {
     std::vector<std::string> names;
-    std::string out = runTool("unzip -Z1 " + zip);
-    size_t start = 0;
-    for (size_t nl; (nl = out.find('\n', start)) != std::string::npos; start = nl + 1) {
-        names.push_back(out.substr(start, nl - start));
-    }
+    std::istringstream lines(runTool("unzip -Z1 " + zip));
+    for (std::string name; std::getline(lines, name);) names.push_back(name);
     return names;
 }
 
@@ -177,6 +181,12 @@ Testcase rounds(const std::string& command, int value) {
 Testcase hours(const std::string& command, int value) {
     Testcase t = rounds(command, value);
     t.isRound = false;
+    return t;
+}
+
+Testcase bootTest(const std::string& command, int value) {
+    Testcase t = rounds(command, value);
+    t.isBootTest = true;
     return t;
 }
 
@@ -204,6 +214,12 @@ OstrelFSM& newMachine() {
     static std::vector<OstrelFSM*>* machines = new std::vector<OstrelFSM*>;
     machines->push_back(new OstrelFSM(nullptr));
     return *machines->back();
+}
+
+std::unique_ptr<OstrelFSM> timedMachine(std::chrono::milliseconds tick, std::chrono::milliseconds retry) {
+    auto m = std::make_unique<OstrelFSM>(nullptr);
+    m->setRunTimings(tick, retry);
+    return m;
 }
 
 std::string answer(OstrelFSM& m, PlannerEvent event, bool* result, std::string input) {

@@ -1,12 +1,20 @@
-// Helpers shared by the unit tests. They run inside the device sandbox
-// (scripts/devsandbox), where the fixed paths are a private, fresh data partition.
+// Helpers shared by the unit tests, with the headers that every test uses. They run
+// inside the device sandbox (scripts/devsandbox), where the fixed paths are a
+// private, fresh data partition.
 #pragma once
 
+#include <fcntl.h>
+#include <gtest/gtest.h>
 #include <rapidjson/document.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <utils/StrongPointer.h>
 
+#include <chrono>
 #include <functional>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -60,6 +68,8 @@ inline std::string diagnostic(const std::string& message) {
     return "Log at OstrelFSM: " + message.substr(0, 255) + "\n";
 }
 int numberAfter(const std::string& text, const std::string& prefix);
+// How many times |part| occurs in |text|.
+int occurrences(const std::string& text, const std::string& part);
 
 bool waitFor(const std::function<bool()>& done, double seconds);
 
@@ -84,11 +94,16 @@ struct Testcase {
 };
 Testcase rounds(const std::string& command, int value);
 Testcase hours(const std::string& command, int value);
+Testcase bootTest(const std::string& command, int value);  // rounds that count boots
 std::string planJson(int state, bool runStart, bool runFinished,
                      const std::vector<Testcase>& testcases);
 
 // A machine that lives until the process ends (its threads may outlive the test).
 OstrelFSM& newMachine();
+// A machine whose runs tick every |tick| and look for a missing crash-history file
+// every |retry|.
+std::unique_ptr<OstrelFSM> timedMachine(std::chrono::milliseconds tick,
+                                        std::chrono::milliseconds retry = std::chrono::milliseconds(20));
 // Sends |event| (with |input|, when not empty) and a memory stream; returns what
 // the handler wrote, and its result through |result|.
 std::string answer(OstrelFSM& m, PlannerEvent event, bool* result = nullptr,
@@ -107,3 +122,7 @@ const rapidjson::Value* findEntry(const rapidjson::Value& list, const std::strin
 int listNumber(const std::string& name, const char* key);
 
 }  // namespace ostrel_test
+
+// Every test reads the core's names and these helpers unqualified.
+using namespace vendor::brevane::hardware::ostrel::core;
+using namespace ostrel_test;

@@ -7,7 +7,6 @@
 source "$(dirname "$0")/lib.sh"
 KILLS=${OSTREL_FAULT_KILLS:-20}
 JOURNAL=/data/vendor/qav/run/record.journal
-RESULTS=/data/vendor/qav/results
 kills=0 mid_pack=0 mid_tick=0 mid_store=0 mid_end=0 stores=1 pack_ms=2000 scenario=start
 expect() { check "kill $kills, $scenario: $1" "$2" "$3"; }
 sleep_ms() { sleep "$(($1 / 1000)).$(printf %03d $(($1 % 1000)))"; }
@@ -19,14 +18,8 @@ restart_and_check() {
     local file handed; file=$(cat "$PLAN")
     # Killed before a first plan was stored: the built-in placeholder, never handed out.
     handed=$file; [ "$(jq .not_set <<<"$file")" != true ] || handed=""
-    # The record is never behind the plan: a run the plan shows started has its
-    # start in the journal, one it shows ended its end; every line whole.
+    # Every line of the run record whole (RunRecordKill_test holds it to the plan).
     [ ! -e "$JOURNAL" ] || expect "the run record is whole" yes "$(yes_if jq -e .event "$JOURNAL")"
-    case $(jq -r '"\(.run_start) \(.run_finished)"' <<<"$file") in
-    "true false") expect "a started run has its start in the record" 1 "$(jq -s 'map(select(.event == "start")) | length' "$JOURNAL" 2>&1)" ;;
-    "true true") expect "an ended run has its start and its end cause in the record" "1 yes" \
-        "$(jq -s 'map(select(.event == "start")) | length' "$JOURNAL" 2>&1) $(yes_if jq -se 'map(select(.event == "end")) | last | .cause | test("^run(Abort|Finished)$|^executor$")' "$JOURNAL")" ;;
-    esac
     start_service
     expect "the plan loads as last written" "$handed" "$(field "$(call getTest)" 1)"
     expect "the plan file is whole, its state loads as written; bootCompleted" \
@@ -139,13 +132,6 @@ kill_while_packing() {
     expect "getResult after the restart names both files, the archive whole (nothing without a history copy)" "$want" \
         "$([ -z "$result" ] || echo "$(yes_if grep -Eq "$RESULT_RE" <<<"$result") $(status_of unzip -tq "${result%%, *}")")"
     expect "the run ends in PREPARING" 1 "$(call getState)"
-    # Every archive has its run's record beside it; a run packed twice is one run.
-    local zip missing=""
-    for zip in "$RESULTS"/QAV*.zip; do [ -e "${zip%.zip}.run.json" ] || missing="$missing $zip"; done
-    expect "every archive has its record beside it" "" "$missing"
-    "$OSTRELCTL" report --format json "$RESULTS" > /tmp/summary.json 2>/dev/null || true
-    expect "the summary counts each run once, each run id once" "true" \
-        "$(jq '[.runs[].run_id] | length == (unique | length)' /tmp/summary.json)"
 }
 
 start_service
