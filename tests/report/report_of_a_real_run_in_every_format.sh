@@ -5,7 +5,7 @@
 # with an edited run record (exit 3) and with none (an older build). What each
 # reader makes of them is compared with golden/real-run/.
 source "$(dirname "$0")/../e2e/lib.sh"
-golden=$(dirname "$0")/golden/real-run
+golden=$(dirname "$0")/golden/real-run  # what each reader must make of the results
 
 start_service
 ctl boot-completed >/dev/null
@@ -55,33 +55,24 @@ run_to_end() {
     ctl get-result | sed -n 's/^archive: //p'
 }
 
-# like NAME DESCRIPTION: standard input, the stamps, times and host name as placeholders,
-# against golden/real-run/NAME; this run's is kept in /tmp/real-run/NAME. (The last
-# part of a pipeline runs in this shell, so that its failures count.)
-shopt -s lastpipe
-like() {
-    mkdir -p /tmp/real-run
+source "$(dirname "$0")/like.sh"
+placeholders() {
     sed -E -e "s/$stamp/<aborted>/g; s/$(basename "${segv:-QAVnone}" .zip | cut -c4-)/<segv>/g; s/$host/<host>/g" \
-        -e 's/[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z/<time>/g; s/ after [0-9]+ s/ after <n> s/' > "/tmp/real-run/$1"
-    if diff -u --label "golden/real-run/$1" --label "this run" "$golden/$1" "/tmp/real-run/$1"; then
-        echo "ok: $2"
-    else
-        echo "FAIL: $2"; failures=$((failures + 1))
-    fi
+        -e 's/[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z/<time>/g; s/ after [0-9]+ s/ after <n> s/'
 }
 
 # The executor log's lines (their order and process ids vary) are the JSON's to check.
-{ report text; sed '/^executor log:/,/^why:/{/^why:/!d}' /tmp/report.out; } | like aborted.txt "text: exit 1 (an aborted run, a size of 0, a boot test short of its target, crash lines)"
+{ report text; sed '/^executor log:/,/^why:/{/^why:/!d}' /tmp/report.out; } | like "$golden/aborted.txt" "text: exit 1 (an aborted run, a size of 0, a boot test short of its target, crash lines)"
 # The log's last line as the report gives it (the plan's control byte as U+FFFD).
 log() { unzip -p "$archive" qav/kelbrun/kelbrun_log.txt; }
 { report json; jq -c '.testcases[] | [.name,.kind,.unit,.target,.reached,.asked,.verdict]' /tmp/report.out
   jq -c '{stamp,cause:.run.end_cause,verdict,counts,crash_history}' /tmp/report.out
   jq -r --argjson size "$(log | wc -c)" --arg last "$(log | tail -1 | sed 's/\x01/\xef\xbf\xbd/g')" \
      '"the log'"'"'s size and last line: \(.executor_log.size == $size) \(.executor_log.tail[-1] == $last)"' /tmp/report.out
-} | like aborted.json.txt "json: exit 1; each test case; run, counts, crash history, the executor log's size and last line"
-{ report junit; junit_cases; } | like aborted.junit.txt \
+} | like "$golden/aborted.json.txt" "json: exit 1; each test case; run, counts, crash history, the executor log's size and last line"
+{ report junit; junit_cases; } | like "$golden/aborted.junit.txt" \
     "junit: exit 1, read by junitparser: one suite, classnames by device and kind, a verdict per test case"
-{ report lava; sed -E 's/^(lava-test-case run .*--measurement )[0-9]+/\1N/' /tmp/report.out; } | like aborted.lava.txt \
+{ report lava; sed -E 's/^(lava-test-case run .*--measurement )[0-9]+/\1N/' /tmp/report.out; } | like "$golden/aborted.lava.txt" \
     "lava: exit 1, one test set, a line per test case, measurements only of what was reached"
 # A configuration applied, then an executor that dies of SIGSEGV after its first
 # test case (a user's test case named "crash history" among them); then one that
@@ -98,7 +89,7 @@ stop_service
   report junit "$segv"; junit_cases | sed -n 1,3p
   report lava "$segv"; grep -E 'executor_|crash_history' /tmp/report.out
   report json "$ok"; jq -c '[.testcases[].verdict]' /tmp/report.out
-} | like segv-and-ok.txt "SIGSEGV: exit 1, every test case short of its target an error, the executor's end named; \
+} | like "$golden/segv-and-ok.txt" "SIGSEGV: exit 1, every test case short of its target an error, the executor's end named; \
 an executor that ran its rounds and exited 0: its round test case passes, exit 0"
 
 # The same results with an edited record (the executor exited 3), and with none.
@@ -107,5 +98,5 @@ jq '.executors[0].end = {"exit": 3}' "${segv%.zip}.run.json" > /tmp/r/QAVexit3.r
 cp "$ok" /tmp/r/QAVold.zip
 { report json /tmp/r/QAVexit3.zip; jq -c .run.error /tmp/report.out
   report text /tmp/r/QAVold.zip; sed -n 2p /tmp/report.out; report json /tmp/r/QAVold.zip >/dev/null; jq -c '[.testcases[].verdict]' /tmp/report.out
-} | like exit3-and-old.txt "exit 3 is an error of the run; no record: the plan's counters alone, as from an older build, not proven (exit 4)"
+} | like "$golden/exit3-and-old.txt" "exit 3 is an error of the run; no record: the plan's counters alone, as from an older build, not proven (exit 4)"
 finish
