@@ -12,15 +12,7 @@ if readelf -s "$OSTRELCTL" | grep -E '__(asan|tsan)_init' >/dev/null; then rss_b
 mkdir -p /tmp/measure
 # measure ARG...: ostrelctl report ARG..., its output in /tmp/measure/{out,err}; prints
 # the exit status, the peak resident size in KiB and the seconds taken.
-measure() {
-    python3 - "$OSTRELCTL" "$@" <<'PY'
-import resource, subprocess, sys, time
-start = time.monotonic()
-with open("/tmp/measure/out", "wb") as out, open("/tmp/measure/err", "wb") as err:
-    status = subprocess.run([sys.argv[1], "report", *sys.argv[2:]], stdout=out, stderr=err).returncode
-print(status, resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss, "%.2f" % (time.monotonic() - start))
-PY
-}
+measure() { python3 "$(dirname "$0")/peak_of.py" /tmp/measure/out /tmp/measure/err "$OSTRELCTL" report "$@"; }
 
 # The sandbox's writable places, which report must leave as they are: files with size and
 # time, folders by name only (a sanitizer's runtime uses /tmp), not the project's tree (CTest's logs).

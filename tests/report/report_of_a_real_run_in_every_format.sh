@@ -36,17 +36,7 @@ report() {
 }
 # The host name a JUnit classname carries, as the report cleans it.
 host=$(hostname | tr -c "A-Za-z0-9\n-" _)
-junit_cases() {  # the suite and each test case as junitparser reads them
-    /usr/bin/python3 - /tmp/report.out <<'PY'
-import sys
-from junitparser import JUnitXml
-for suite in JUnitXml.fromfile(sys.argv[1]):
-    print(f"suite {suite.name} tests={suite.tests} failures={suite.failures} errors={suite.errors} skipped={suite.skipped}")
-    for case in suite:
-        print(case.name, case.classname, " ".join(type(r).__name__ + (f" {r.type}" if type(r).__name__ == "Error" else "")
-                                              for r in case.result) or "pass")
-PY
-}
+junit_cases() { /usr/bin/python3 "$(dirname "$0")/junit_cases.py" /tmp/report.out; }
 # run_to_end PLAN: stores it, starts the run, waits until the executor's end is
 # seen (the service's next tick) and fetches the result: the archive's name.
 run_to_end() {

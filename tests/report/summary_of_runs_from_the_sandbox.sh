@@ -30,10 +30,12 @@ stop_service; start_service; ctl boot-completed >/dev/null
 wait_for_state COMPLETING
 rebooted=$(archive_of "$(ctl get-result)")
 
-# placeholders: the archives' stamps and the device's id (the runs are made here).
+# placeholders: the archives' stamps, the device's id and its host name as a JUnit
+# classname has it (the runs are made here).
+host=$(hostname | tr -c "A-Za-z0-9\n-" _)
 placeholders() {
     sed -E -e "s/$(basename "$aborted" .zip)/QAV<aborted>/g; s/$(basename "$rebooted" .zip)/QAV<rebooted>/g" \
-        -e "s/$(basename "${again:-QAVnone}" .zip)/QAV<again>/g; s/$device_id/<device id>/g"
+        -e "s/$(basename "${again:-QAVnone}" .zip)/QAV<again>/g; s/$device_id/<device id>/g; s/$host/<host>/g"
 }
 # retry: only the failed test case, said with its verdict, counters reset, the
 # configuration applied again; a result whose record names another device is refused
@@ -67,14 +69,7 @@ devices() { ctl report --format json "$@" | jq -r '[.runs[].device] | join(" ")'
   devices "$aborted" "$rebooted" "$again" --device rack
   devices --device lab-1 "$aborted" --device rack /tmp/other
   ctl report --format junit "$results" > /tmp/summary.xml || true
-  # JUnit read back by junitparser: a suite per run and one for the damaged archive.
-  python3 -c '
-import sys
-from junitparser import JUnitXml
-suites = list(JUnitXml.fromfile(sys.argv[1]))
-cases = [c for s in suites for c in s]
-print("%d suites, %d tests, %d failures, %d errors" % (len(suites), len(cases),
-      *(sum(1 for c in cases for r in c.result if r._tag == tag) for tag in ("failure", "error"))))' /tmp/summary.xml
+  /usr/bin/python3 "$(dirname "$0")/junit_cases.py" /tmp/summary.xml  # a suite per run, one for the damaged archive
 } | like "$golden/summary.txt" "the summary in JSON, text and JUnit: three runs and the damaged archive, counts by test case, crash signatures, devices"
 
 # The page, with a test-case name that holds markup, in headless chromium from file://.
@@ -84,19 +79,14 @@ plan "$(testcase '<img src=http://example.com/x.png>' "say x" 1 time)" > /tmp/ma
 ctl set-test /tmp/markup.json >/dev/null && ctl run-start >/dev/null && ctl run-abort >/dev/null && ctl get-result >/dev/null
 ctl report --format html "$results" > /tmp/summary.html || true
 facts=$(python3 "$(dirname "$0")/page_in_chromium.py" /tmp/summary.html /tmp/summary 2>&1)
-# Counts from the DOM, markup shown as text, fits 390 px, no error, no request; at both
-# widths the run's details by keyboard (with its log's last line), the device column,
+# Counts from the DOM, markup shown as text, fits 390 px, every link reached with the Tab
+# key, the smallest font, no error, no request; at both widths a failing cell's details by
+# a click, the run's details by keyboard (with its log's last line), the device column,
 # colours by verdict, print.
-grep -Ev '^(heading|smallest font px|links reached by Tab|[0-9]+ px: a failing cell.*):' <<<"$facts" |
-    sed -E 's/(Run 1: QAV[0-9_]+).*/\1 .../' | like "$golden/page.txt" "the page in chromium, at 390 and 1280 px"
-check "every link reached with the Tab key; no text under 12 px; the name with markup is text; a 390 px screenshot" \
-    "yes yes yes 390" \
-    "$(yes_if grep -Eq '^links reached by Tab: ([0-9]+) of \1$' <<<"$facts") $(yes_if python3 -c 'import sys; sys.exit(float(sys.argv[1]) < 12)' "$(sed -n 's/^smallest font px: //p' <<<"$facts")") $(yes_if grep -qF '&lt;img src=http://example.com/x.png&gt;' /tmp/summary.html) $(python3 -c 'import struct, sys; print(struct.unpack(">I", open(sys.argv[1], "rb").read()[16:20])[0])' /tmp/summary-390px.png)"
-# At both widths: a failing cell's details by a click.
-for width in 390 1280; do
-    check "$width px: a failing cell's click shows its verdict, reason and command on screen" "yes" \
-        "$(yes_if grep -Eq "^$width px: a failing cell's click shows: on screen: soak A [0-9]+ of 3600 seconds the run was aborted .*crash short panic-0x3a-in-driver7 1 sleep 30$" <<<"$facts")"
-done
+sed -E 's/(Run 1: QAV[0-9_]+).*/\1 .../; s/ (A|stopped at) [0-9]+ of 3600/ \1 <n> of 3600/g' <<<"$facts" |
+    like "$golden/page.txt" "the page in chromium, at 390 and 1280 px"
+check "the name with markup is text; a 390 px screenshot" "yes 390" \
+    "$(yes_if grep -qF '&lt;img src=http://example.com/x.png&gt;' /tmp/summary.html) $(python3 -c 'import struct, sys; print(struct.unpack(">I", open(sys.argv[1], "rb").read()[16:20])[0])' /tmp/summary-390px.png)"
 # A passing run and a path that cannot be read: the headline says incomplete, in its own colour.
 mkdir -p /tmp/golden && python3 "$(dirname "$0")/golden_archives.py" /tmp/golden >/dev/null
 ctl report --format html /tmp/golden/QAV20261124_060001.zip /tmp/golden/gone > /tmp/incomplete.html || true
