@@ -80,39 +80,31 @@ mkdir -p "$rows/norecord"
 cp "$rows/aborted"/*.zip "$rows/aborted"/*.db_history "$rows/norecord/"
 stop_service
 
-# ROW|RUN VERDICT|THE RUN'S REASON (a part of it)|EACH TEST CASE'S VERDICT|THE SUMMARY'S EXIT STATUS
-while IFS='|' read -r row verdict reason cases summary; do
-    archive=$(ls "$rows/$row"/QAV*.zip)
-    status=0; ctl report --format json "$archive" > "$rows/$row.json" || status=$?
+# Each row read back: the run's verdict, its reason, each test case's verdict and
+# reason, the report's exit status and the summary's of its folder; then what run-start
+# and get-result said; against golden/every_way_a_day_goes_wrong.txt.
+source "$(dirname "$0")/../report/like.sh"
+placeholders() {
+    sed -E -e "s#$rows/#<rows>/#g; s/QAV[0-9]{8}_[0-9]{6}/QAV<stamp>/g" \
+        -e 's/[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z/<time>/g; s/stopped at [0-9]+ of/stopped at <n> of/g'
+}
+for row in reboot aborted nothing targets signal-SYS signal-RTMIN norecord; do
+    status=0; ctl report --format json "$rows/$row"/QAV*.zip > "$rows/$row.json" || status=$?
     fleet=0; ctl report "$rows/$row" > /dev/null || fleet=$?
-    check "$row: $verdict ($reason), test cases $cases, summary exit $summary" \
-        "$verdict yes $cases $summary $status" \
-        "$(jq -r .verdict "$rows/$row.json") $(jq -r --arg r "$reason" '.reason | contains($r) | if . then "yes" else "no: \(.)" end' "$rows/$row.json") $(jq -r '[.testcases[].verdict] | if length == 0 then "-" else join(",") end' "$rows/$row.json") $fleet $(case $verdict in pass) echo 0;; unknown) echo 4;; *) echo 1;; esac)"
-done <<EOF
-reboot|fail|unplanned reboot(s), the first at|fail|1
-aborted|aborted|the run was aborted (runAbort) before this test case was done|aborted|1
-nothing|error|nothing was selected|-|1
-targets|error|no target: 600000 hours is more than the counter holds|error,error|1
-signal-SYS|error|the executor was killed by SIGSYS (signal 31), a signal the service did not send|error,error|1
-signal-RTMIN|error|the executor was killed by SIGRTMIN+10 (signal 42)|error,error|1
-norecord|unknown|there is no run record ($rows/norecord/|unknown|4
-EOF
-
-check "a test case the executor's death leaves undone: why the planner cannot blame one" "yes" \
-    "$(jq -r '.testcases[0].reason | contains("one executor runs every selected test case, so which one was running cannot be told")' "$rows/signal-SYS.json" | sed 's/true/yes/')"
-check "run-start names the test cases it starts: none for nothing selected, and so again after a refused set-test (the plan before runs), then two" \
-    "started 0 test case(s) runStart: ok|started 0 test case(s) runStart: ok|started 2 test case(s): wraps negative runStart: ok" \
-    "$(for row in nothing again targets; do tr '\n' ' ' < "$rows/$row.started" | sed 's/  */ /g; s/ $//'; echo; done | paste -sd'|')"
-check "get-result names the archive, the history copy and the record" "yes yes yes" \
-    "$(for k in archive history record; do yes_if grep -Eq "^$k: /data/vendor/qav/results/QAV[0-9_]+\.(zip|db_history|run\.json)$" "$rows/reboot.result"; done | tr '\n' ' ' | sed 's/ $//')"
+    echo "$row: exit $status, summary exit $fleet"
+    jq -r '"  \(.verdict): \(.reason)", (.testcases[] | "  \(.id) \(.verdict): \(.reason)")' "$rows/$row.json"
+done | like "$(dirname "$0")/golden/every_way_a_day_goes_wrong.txt" "every row's verdict and reason, each test case's, the exit statuses"
+cat "$rows"/{nothing,again,targets}.started "$rows/reboot.result" |
+    like "$(dirname "$0")/golden/run_start_and_get_result.txt" \
+    "run-start names the test cases it starts (none for nothing selected, and so again after a refused set-test); get-result names the archive, history copy and record"
+# retry takes the aborted test case (not only failed and erred ones) and says why.
 start_service; ctl boot-completed >/dev/null
 retry=0; ctl retry "$(ls "$rows"/aborted/QAV*.zip)" > "$rows/retry.out" || retry=$?
-check "retry takes the aborted test case (not only failed and erred ones) and says why" "0 rounds yes" \
-    "$retry $(ctl get-test | jq -r '[.testcases[] | select(.select) | .name] | join(",")') $(yes_if grep -q '^  aborted  rounds: the run was aborted' "$rows/retry.out")"
+ctl get-test | jq -r '"selected: \([.testcases[] | select(.select) | .name] | join(","))"' >> "$rows/retry.out"
 stop_service
 
 # An incomplete summary: a folder that cannot be read, a path too long to reach and
-# a link among the archives (never followed inside a folder).
+# a link among the archives (never followed inside a folder); then with no run failed.
 mkdir -p "$rows/fleet/locked" && cp "$rows"/aborted/* "$rows/fleet/"
 ln -s /etc/passwd "$rows/fleet/QAV00000000_000001.zip"
 chmod -R a+rX "$rows" && chmod 700 "$rows/fleet/locked"
@@ -123,12 +115,12 @@ for _ in range(20):
     os.mkdir("d" * 250)
     os.chdir("d" * 250)' "$rows/fleet"
 status=0; as_nobody "$OSTRELCTL" report --format json "$rows/fleet" > "$rows/fleet.json" || status=$?
-check "a summary with unreadable inputs is incomplete: its headline, exit 1 (a run failed) and each input with its reason" \
-    "1 aborted, incomplete yes yes yes" \
-    "$status $(jq -r .headline "$rows/fleet.json") $(jq -r '[.bad_archives[].reason] | any(startswith("cannot read the folder: Permission denied"))' "$rows/fleet.json" | sed 's/true/yes/') $(jq -r '[.bad_archives[].reason] | any(endswith("File name too long"))' "$rows/fleet.json" | sed 's/true/yes/') $(jq -r '[.bad_archives[].reason] | any(. == "a symbolic link, not followed inside a folder")' "$rows/fleet.json" | sed 's/true/yes/')"
 rm "$rows"/fleet/QAV2*  # the aborted run; the link stays
 cp "$rows"/norecord/* "$rows/fleet/"
-status=0; as_nobody "$OSTRELCTL" report "$rows/fleet" > "$rows/fleet.txt" || status=$?
-check "no run failed but inputs were unreadable: exit 4 and an incomplete headline" "4 yes" \
-    "$status $(yes_if grep -q '^Ostrel runs: 1 read, 0 failed, 3 not readable: incomplete$' "$rows/fleet.txt")"
+status2=0; as_nobody "$OSTRELCTL" report "$rows/fleet" > "$rows/fleet.txt" || status2=$?
+{ echo "retry: exit $retry"; cat "$rows/retry.out"
+  echo "summary: exit $status"; jq -r '.headline, ([.bad_archives[].reason] | sort[])' "$rows/fleet.json"
+  echo "summary, no run failed: exit $status2"; head -1 "$rows/fleet.txt"
+} | like "$(dirname "$0")/golden/retry_and_incomplete_summaries.txt" \
+    "retry of an aborted run; summaries with unreadable inputs: incomplete, exit 1 with a failed run and 4 without"
 finish

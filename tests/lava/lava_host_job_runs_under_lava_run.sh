@@ -31,32 +31,18 @@ for line in open(sys.argv[1]):
 PY
 }
 stamp='QAV[0-9]{8}_[0-9]{6}$'
-
-
-lava_run() { status=0; "$OSTREL_SOURCE_DIR/lava/run-host-job" "$1" > "$2" 2>&1 || status=$?; }
+golden=$(dirname "$0")/golden
+# judged NAME JOB DESCRIPTION: JOB run by lava-run; its exit status and LAVA's results
+# lines against golden/NAME.txt.
+judged() {
+    local status=0
+    "$OSTREL_SOURCE_DIR/lava/run-host-job" "$2" > "$work/$1.log" 2>&1 || status=$?
+    check "$3" "$(cat "$golden/$1.txt")" "$status
+$(results "$work/$1.log" | sed -E "s/$stamp/QAV/")"
+    [ "$failures" -eq 0 ] || tail -40 "$work/$1.log"
+}
 start=$SECONDS
-lava_run "$job" "$work/pass.log"
-check "lava-run runs the host job: every step and test case passes, the report's with its measurement and unit" "0
-0_ostrel-start ostrel-boot-completed pass
-0_ostrel-start ostrel-set-test pass
-0_ostrel-start ostrel-run-start pass
-lava 0_ostrel-start pass
-1_ostrel-boot-1 ostrel-boot-completed pass
-lava 1_ostrel-boot-1 pass
-2_ostrel-boot-2 ostrel-boot-completed pass
-lava 2_ostrel-boot-2 pass
-3_ostrel-boot-3 ostrel-boot-completed pass
-lava 3_ostrel-boot-3 pass
-4_ostrel-result ostrel-get-result pass
-4_ostrel-result greeting pass QAV
-4_ostrel-result reboots pass 3.0 boots QAV
-4_ostrel-result crash_history pass 0.0 lines QAV
-4_ostrel-result run pass N seconds QAV
-4_ostrel-result ostrel-report pass
-lava 4_ostrel-result pass
-lava job pass" "$status
-$(results "$work/pass.log" | sed -E "s/$stamp/QAV/")"
-[ "$failures" -eq 0 ] || tail -40 "$work/pass.log"
+judged passes "$job" "lava-run runs the host job: every step and test case passes, the report's with its measurement and unit"
 
 # variant OUT PLAN [MAKE-JOBS OPTION...]: the host job as lava/make-jobs.py makes
 # it for a lab, with the plan PLAN (and the options), written to OUT.
@@ -69,43 +55,12 @@ variant() {
 
 # The same job with a plan of size 0, which set-test refuses.
 variant "$work/refused.yaml" "$(plan "$(testcase greeting 'say hello' 0)" "$(testcase reboots 'sleep 600' 0 boot)")"
-lava_run "$work/refused.yaml" "$work/fail.log"
-check "a plan the service refuses: LAVA reports ostrel-set-test as failed, no test case of the plan; the job completes" "0
-0_ostrel-start ostrel-boot-completed pass
-0_ostrel-start ostrel-set-test fail
-0_ostrel-start ostrel-run-start pass
-1_ostrel-boot-1 ostrel-boot-completed pass
-2_ostrel-boot-2 ostrel-boot-completed pass
-3_ostrel-boot-3 ostrel-boot-completed pass
-4_ostrel-result ostrel-get-result pass
-4_ostrel-result nothing_selected fail QAV
-4_ostrel-result unplanned_reboot fail QAV
-4_ostrel-result crash_history pass 0.0 lines QAV
-4_ostrel-result run fail N seconds QAV
-4_ostrel-result ostrel-report pass
-lava job pass" "$status
-$(results "$work/fail.log" | grep -v '^lava [0-9]' | sed -E "s/$stamp/QAV/")"
-[ "$failures" -eq 0 ] || tail -40 "$work/fail.log"
+judged refused-plan "$work/refused.yaml" "a plan the service refuses: LAVA reports ostrel-set-test as failed, no test case of the plan; the job completes"
 
 # A run that ends before the last definition: no boot test, and 12 s of settle
 # time after the start (the executor's end is seen at the first tick, within 10 s).
 # The reboots then find the run ended; the last definition still fetches the result.
 variant "$work/early.yaml" "$(plan "$(testcase greeting 'say hello' 3)")" --settle 12
-lava_run "$work/early.yaml" "$work/early.log"
-check "a run that ends before the last definition (settle 12 s): the result is collected and reported" "0
-0_ostrel-start ostrel-boot-completed pass
-0_ostrel-start ostrel-set-test pass
-0_ostrel-start ostrel-run-start pass
-1_ostrel-boot-1 ostrel-boot-completed pass
-2_ostrel-boot-2 ostrel-boot-completed pass
-3_ostrel-boot-3 ostrel-boot-completed pass
-4_ostrel-result ostrel-get-result pass
-4_ostrel-result greeting pass QAV
-4_ostrel-result crash_history pass 0.0 lines QAV
-4_ostrel-result run pass N seconds QAV
-4_ostrel-result ostrel-report pass
-lava job pass" "$status
-$(results "$work/early.log" | grep -v '^lava [0-9]' | sed -E "s/$stamp/QAV/")"
-[ "$failures" -eq 0 ] || tail -40 "$work/early.log"
+judged ends-early "$work/early.yaml" "a run that ends before the last definition (settle 12 s): the result is collected and reported"
 echo "three jobs in $((SECONDS - start)) s"
 finish

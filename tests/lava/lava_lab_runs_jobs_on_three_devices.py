@@ -33,6 +33,11 @@ OSTRELCTL = str(BUILD / "tools" / "ostrelctl")
 MAKE_JOBS = str(SOURCE / "lava" / "make-jobs.py")
 
 failures = []
+facts = []  # "what: value" lines, against golden/lab.txt
+
+
+def fact(what, value):
+    facts.append("%s: %r" % (what, value))
 
 
 def check(what, expected, actual):
@@ -140,19 +145,15 @@ def main():
                          + [str(j) for j in jobs], env=env, capture_output=True, text=True)
     seconds = time.monotonic() - start
     print(run.stdout + run.stderr)
-    check("lava/lab run: exit 1 (two jobs Incomplete by their timeouts, a copy of the Android job invalid)",
-          1, run.returncode)
+    fact("lava/lab run: exit (two jobs Incomplete by their timeouts, a copy of the Android job invalid)", run.returncode)
 
     done = json.loads((lab_dir / "jobs.json").read_text()) if (lab_dir / "jobs.json").exists() else []
     check("every job fetched, in submission order", [str(j) for j in jobs], [j["file"] for j in done])
     if len(done) != len(jobs):
         return finish(work)
     by_name = {pathlib.Path(j["file"]).stem: j for j in done}
-    check("each job on the device of its tag; LAVA's health: Complete, but Incomplete for the two timed out",
-          [("ostrel-1", "Complete"), ("ostrel-2", "Complete"), ("ostrel-3", "Complete"),
-           ("ostrel-1", "Incomplete"), ("ostrel-2", "Incomplete"), ("ostrel-1", "Complete"),
-           ("ostrel-2", "Complete")],
-          [(j["device"], j["health"]) for j in done])
+    for j in done:
+        fact("%s: its device and LAVA's health" % pathlib.Path(j["file"]).stem, (j["device"], j["health"]))
     detail = {name: json.loads((lab_dir / "results" / str(j["id"]) / "job.json").read_text())
               for name, j in by_name.items()}
     # In the order LAVA made them (its list is not ordered).
@@ -171,15 +172,14 @@ def main():
 
     for name in ("timeout-running", "timeout-completing"):
         result = lava_job_result(name)
-        check("%s: LAVA's own reason, its test shell timed out within the job's 30 s" % name,
-              ("fail", "Test", True),
-              (result.get("result"), result.get("error_type"),
-               bool(re.fullmatch(r"lava-test-shell timed out after (2[0-9]|30) seconds", result.get("error_msg", "")))))
-        check("%s: the job's own timeout as the lab set it" % name, {"seconds": 30},
-              yaml.safe_load(detail[name]["definition"])["timeouts"]["job"])
+        fact("%s: LAVA's own reason, its test shell timed out within the job's 30 s" % name,
+             (result.get("result"), result.get("error_type"),
+              bool(re.fullmatch(r"lava-test-shell timed out after (2[0-9]|30) seconds", result.get("error_msg", "")))))
+        fact("%s: the job's own timeout as the lab set it" % name,
+             yaml.safe_load(detail[name]["definition"])["timeouts"]["job"])
     for name in ("pass", "crash", "abort", "after-running", "after-completing"):
-        check("%s: LAVA's job result pass (no error)" % name, ("pass", None),
-              (lava_job_result(name).get("result"), lava_job_result(name).get("error_msg")))
+        fact("%s: LAVA's job result and error" % name,
+             (lava_job_result(name).get("result"), lava_job_result(name).get("error_msg")))
 
     # Every Ostrel run LAVA holds: its test cases (through /tests/) against what
     # ostrelctl report --format lava says of the archive the lab fetched.
@@ -192,12 +192,8 @@ def main():
             check("%s %s%s: LAVA's test cases are the report's (result, measurement, unit)" % (
                 name, run_["stamp"], " (leftover)" if run_["leftover"] else ""),
                 lava_lines(run_["archive"], run_["label"]) if run_["archive"] else "an archive", cases)
-    check("the Ostrel runs each job reported, leftovers in ostrel-start's results", sorted([
-           ("pass", "4_ostrel-result", False), ("crash", "4_ostrel-result", False),
-           ("abort", "5_ostrel-result", False), ("after-running", "0_ostrel-start", True),
-           ("after-running", "4_ostrel-result", False), ("after-completing", "0_ostrel-start", True),
-           ("after-completing", "4_ostrel-result", False)]),
-          sorted((n, r["suite"], r["leftover"]) for n, r in runs))
+    for n, suite, leftover in sorted((n, r["suite"], r["leftover"]) for n, r in runs):
+        fact("%s: an Ostrel run reported in (leftovers in ostrel-start's results)" % n, (suite, leftover))
 
     def verdicts(name, leftover=False):
         run_ = next((r for r in by_name[name]["runs"] if r["leftover"] == leftover and r["archive"]), None)
@@ -206,36 +202,22 @@ def main():
         doc = report_json(run_["archive"], run_["label"])
         return (doc["verdict"], doc["run"]["end_cause"], [f["name"] for f in doc["findings"]],
                 {t["name"]: t["verdict"] for t in doc["testcases"]})
-    check("pass: every test case passed", ("pass", "executor", [], {"greeting": "pass", "reboots": "pass"}),
-          verdicts("pass"))
-    check("crash: the executor's SIGSEGV an error; the boot test reached its 3 boots",
-          ("error", "executor", ["executor SIGSEGV"], {"reboots": "pass", "crash": "error"}), verdicts("crash"))
-    check("crash: LAVA's test cases of the run: executor_SIGSEGV and crash fail, reboots pass with 3 boots",
-          [("crash", "fail", None), ("executor_SIGSEGV", "fail", None), ("reboots", "pass", 3.0)],
-          sorted((c["name"], c["result"], c["measurement"] and float(c["measurement"])) for c in tests["crash"]
-                 if meta(c).get("set") and c["name"] != "crash_history"))
-    check("abort: aborted by its job's step after one boot",
-          ("aborted", "runAbort", [], {"greeting": "aborted", "reboots": "aborted"}), verdicts("abort"))
-    check("the run left RUNNING: aborted by the next job, its boots not counted again",
-          ("aborted", "runAbort", [], {"greeting": "aborted", "reboots": "aborted"}), verdicts("after-running", True))
-    check("the run left COMPLETING: collected as it ended", ("pass", "executor", [], {"greeting": "pass"}),
-          verdicts("after-completing", True))
-    check("the jobs after a leftover: their own runs pass", ("pass", "pass"),
-          (verdicts("after-running")[0], verdicts("after-completing")[0]))
-    check("abort: LAVA's reboots fail with the one boot reached", [("fail", 1.0, "boots")],
-          [(c["result"], float(c["measurement"]), c["unit"]) for c in tests["abort"] if c["name"] == "reboots"])
+    # Verdict, end cause, findings and each test case's verdict: the leftovers of the
+    # runs left RUNNING (aborted by the next job) and COMPLETING (collected as it ended).
+    for name, leftover in (("pass", False), ("crash", False), ("abort", False), ("after-running", True),
+                           ("after-completing", True), ("after-running", False), ("after-completing", False)):
+        fact("%s%s: the report of its run" % (name, " (leftover)" if leftover else ""), verdicts(name, leftover))
+    fact("crash: LAVA's test cases of the run",
+         sorted((c["name"], c["result"], c["measurement"] and float(c["measurement"])) for c in tests["crash"]
+                if meta(c).get("set") and c["name"] not in ("crash_history", "run")))
+    fact("abort: LAVA's reboots with the boots reached",
+         [(c["result"], float(c["measurement"]), c["unit"]) for c in tests["abort"] if c["name"] == "reboots"])
 
     def start_cases(name):
         return [(c["name"], c["result"]) for c in tests[name] if suites[name][str(c["suite"])] == "0_ostrel-start"
                 and not meta(c).get("set")]
-    check("after a RUNNING leftover: no boot counted, the leftover aborted and collected, then a new run",
-          [("ostrel-boot-completed", "skip"), ("ostrel-leftover-abort", "pass"), ("ostrel-leftover", "pass"),
-           ("ostrel-set-test", "pass"), ("ostrel-run-start", "pass")], start_cases("after-running"))
-    check("after a COMPLETING leftover: collected, then a new run",
-          [("ostrel-boot-completed", "pass"), ("ostrel-leftover", "pass"), ("ostrel-set-test", "pass"),
-           ("ostrel-run-start", "pass")], start_cases("after-completing"))
-    check("a fresh device: no leftover", [("ostrel-boot-completed", "pass"), ("ostrel-set-test", "pass"),
-                                          ("ostrel-run-start", "pass")], start_cases("pass"))
+    for name in ("after-running", "after-completing", "pass"):
+        fact("%s: ostrel-start's steps (a leftover aborted or collected before a new run)" % name, start_cases(name))
 
     # The fleet summary over every archive: each run with its device, leftovers
     # named as such, and each verdict the archive's own.
@@ -243,20 +225,15 @@ def main():
     check("the summary, device by device: each run's device and verdict as its archive's report says",
           sorted((r["label"], r["archive"], report_json(r["archive"], r["label"])["verdict"]) for _, r in runs),
           sorted((r["device"], r["archive"], r["verdict"]) for r in summary["runs"]))
-    check("the summary's devices", ["ostrel-1", "ostrel-1", "ostrel-1-leftover", "ostrel-2", "ostrel-2",
-                                    "ostrel-2-leftover", "ostrel-3"],
-          sorted(r["device"] for r in summary["runs"]))
+    fact("the summary's devices", sorted(r["device"] for r in summary["runs"]))
     text = (lab_dir / "summary.txt").read_text()
     page = (lab_dir / "summary.html").read_text()
-    check("the summary's text and page name every device", (True, True),
-          (all(d in text for d in ("ostrel-1-leftover", "ostrel-2-leftover", "ostrel-3")),
-           all(d in page for d in ("ostrel-1-leftover", "ostrel-2-leftover", "ostrel-3"))))
-
-    check("the Android job passes the server's validation, a copy with a wrong key does not",
-          ("Job valid.", True),
-          (json.loads((lab_dir / "results" / "validate-ostrel-job.json").read_text())["message"],
-           json.loads((lab_dir / "results" / "validate-android-broken.json").read_text())["message"]
-           .startswith("Job invalid: extra keys not allowed")))
+    fact("the summary's text and page name every device",
+         (all(d in text for d in ("ostrel-1-leftover", "ostrel-2-leftover", "ostrel-3")),
+          all(d in page for d in ("ostrel-1-leftover", "ostrel-2-leftover", "ostrel-3"))))
+    for job in ("ostrel-job", "android-broken"):
+        fact("the server's validation of %s" % job,
+             json.loads((lab_dir / "results" / ("validate-%s.json" % job)).read_text())["message"][:35])
 
     # Nothing of the lab left: no process names its folder, the cluster is gone,
     # and LAVA's own folders on the host are as they were.
@@ -274,6 +251,12 @@ def main():
     state = json.loads((lab_dir / "lab.json").read_text())
     print("lab up in %.1f s, the whole run %.0f s, peak memory %s MiB (PSS)" % (
         state.get("up_seconds", 0), seconds, state.get("peak_pss_mib")))
+    golden = pathlib.Path(__file__).parent / "golden" / "lab.txt"
+    (work / "lab.txt").write_text("".join(f + "\n" for f in facts))
+    diff = subprocess.run(["diff", "-u", "--label", "golden/lab.txt", "--label", "this run", str(golden),
+                           str(work / "lab.txt")], capture_output=True, text=True).stdout
+    print(diff, end="")
+    check("the jobs, runs, verdicts and LAVA's results are the golden ones (golden/lab.txt)", "", diff and "differs")
     return finish(work)
 
 

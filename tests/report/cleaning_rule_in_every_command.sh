@@ -1,8 +1,8 @@
-# The cleaning rule, a table of input -> printed, against every command that
-# prints words from outside: check-plan and set-test (a plan's keys and names),
-# report in every format and the summary (an archive's names and lines), retry
-# (the names it reruns). Nothing a device or a plan holds reaches a terminal as
-# a control character, a line break or a bidirectional control.
+# The cleaning rule, a table of input -> printed, against the commands that print a
+# plan's words: check-plan and set-test (a plan's keys and names). Nothing a plan
+# holds reaches a terminal as a control character, a line break or a bidirectional
+# control. (The report's formats and the summary print an archive's names and lines
+# of each kind: the golden outputs, whose archive 20261124_060009 holds them.)
 source "$(dirname "$0")/../e2e/lib.sh"
 mkdir -p /tmp/clean && cd /tmp/clean
 start_service
@@ -11,7 +11,7 @@ ctl boot-completed >/dev/null
 /usr/bin/python3 - "$OSTRELCTL" "$(dirname "$0")" <<'PY'
 import json, subprocess, sys
 sys.path.insert(0, sys.argv[2])
-from hostile_archives import archive, case, plan_of
+from hostile_archives import case
 ostrelctl = sys.argv[1]
 R = "\ufffd"
 # input -> printed
@@ -40,20 +40,13 @@ def run(*args, stdin=None):
     p = subprocess.run([ostrelctl, *args], input=stdin, capture_output=True)
     return (p.stdout + p.stderr).decode("utf-8")
 
-for i, (raw, printed) in enumerate(TABLE):
+for raw, printed in TABLE:
     # A plan whose test case has an unknown key and a shared name of this text.
     tc = dict(case(raw, target=1), **{raw: 1})
     plan = json.dumps({"not_set": False, "current_state": 1, "run_start": False, "run_finished": False,
                        "testcases": [tc, dict(tc, select=False)]}).encode()
     check("check-plan", run("check-plan", "-", stdin=plan), printed, raw)
     check("set-test (refused)", run("set-test", "-", stdin=plan), printed, raw)
-    name = "QAV2026112%d_000000.zip" % i
-    archive(name, plan_of([case(raw, "boots", 0, 1)]), history=(raw + "\n").encode())
-    for fmt in ("text", "json", "junit"):
-        out = run("report", "--format", fmt, name)
-        check("report --format " + fmt, json.dumps(json.loads(out), ensure_ascii=False) if fmt == "json" else out,
-              printed, raw)
-check("report over a folder (the summary)", run("report", "."), TABLE[0][1], TABLE[0][0])
 sys.exit(1 if failures else 0)
 PY
 status=$?

@@ -1,13 +1,15 @@
 """Result archives as a damaged or hostile device could hand them over, made here
 rather than committed: each class is a few lines of zipfile.
 
-    hostile_archives.py DIR            the archives (and the files beside them) in DIR
+    hostile_archives.py DIR            the archives (and the files beside them) in DIR, with
+                                       the plain ones the report refuses or reads whole
     hostile_archives.py --seeds DIR    the same as fuzz inputs of the report target:
                                        2 bytes (little-endian) of record length, the
                                        run record, then the archive's bytes
 """
 import json
 import os
+import shutil
 import struct
 import sys
 import zipfile
@@ -100,6 +102,38 @@ def damaged(directory):
     open(os.path.join(directory, "QAVdamaged.zip"), "wb").write(bad)
 
 
+def refused(directory):
+    """Runs of each exit status and what is not a result: a zip of something else, cut
+    short, entries outside the folder, a plan not JSON, too large or damaged, a FIFO,
+    and links or a FIFO where the files beside an archive belong."""
+    at = lambda name: os.path.join(directory, name)
+    reached = [case("boots", "boots", 2, 2), case("hours", "hours", 7210, 7200), case("off", "boots", 0, 5, False)]
+    archive(at("QAVpass.zip"), plan_of(reached))
+    archive(at("QAVunknown.zip"), plan_of([case("rounds", target=4)]))
+    archive(at("QAVshort.zip"), plan_of([case("hours", "hours", 3590, 3600)]))
+    archive(at("QAVinside.zip"), plan_of(reached), history=b"panic 1\n")
+    archive(at("QAVbeside.zip"), plan_of(reached))
+    open(at("QAVbeside.db_history"), "w").write("oops 1\n")
+    with zipfile.ZipFile(at("plain.zip"), "w") as z:
+        z.writestr("readme.txt", "a zip, not a result")
+    good = open(at("QAVpass.zip"), "rb").read()
+    open(at("truncated.zip"), "wb").write(good[: len(good) // 2])
+    archive(at("dotdot.zip"), plan_of(reached), extra=[("qav/../../etc/evil", "x")])
+    archive(at("absolute.zip"), plan_of(reached), extra=[("/etc/evil", "x")])
+    archive(at("notjson.zip"), "{\"testcases\": [")
+    archive(at("huge.zip"), " " * (17 << 20))
+    archive(at("crc.zip"), json.dumps({"testcases": [case("x", target=1)]}), method=zipfile.ZIP_STORED)
+    stored = open(at("crc.zip"), "rb").read()
+    open(at("crc.zip"), "wb").write(stored.replace(b'"select": true', b'"select": TRUE'))
+    os.mkfifo(at("fifo.zip"))
+    for name in ("QAVrecordfifo", "QAVlinkhistory", "QAVlinkrecord"):
+        shutil.copy(at("QAVpass.zip"), at(name + ".zip"))
+    os.mkfifo(at("QAVrecordfifo.run.json"))
+    # Links beside an archive would show another file's lines or record as the run's.
+    os.symlink("/etc/passwd", at("QAVlinkhistory.db_history"))
+    os.symlink("/etc/os-release", at("QAVlinkrecord.run.json"))
+
+
 def main():
     seeds = sys.argv[1] == "--seeds"
     directory = sys.argv[-1]
@@ -116,6 +150,7 @@ def main():
             open(os.path.join(directory, name + ".run.json"), "w").write(beside)
     if not seeds:
         damaged(directory)
+        refused(directory)
 
 
 if __name__ == "__main__":

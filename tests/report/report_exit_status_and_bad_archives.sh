@@ -1,39 +1,10 @@
-# ostrelctl report on archives made here, in the sandbox without a bus: the exit status of
-# whole ones; a bad command line or an archive not Ostrel's, truncated or hostile: exit 2,
-# one line, nothing written; hostile ones that can be read: counted whole, shown in part,
-# in bounded memory, with no control character in any format.
+# ostrelctl report on the archives of hostile_archives.py, in the sandbox without a bus:
+# every command line of golden/refusals.txt in bounded memory, nothing written; hostile
+# ones that can be read: counted whole, shown in part, with no control character in any
+# format. (Their exit statuses and messages are golden_outputs.sh's.)
 source "$(dirname "$0")/../e2e/lib.sh"
 mkdir -p /tmp/archives && cd /tmp/archives
-
-/usr/bin/python3 - "$(dirname "$0")" <<'PY'
-import json, sys, zipfile
-sys.path.insert(0, sys.argv[1])
-from hostile_archives import archive, case, plan_of
-reached = [case("boots", "boots", 2, 2), case("hours", "hours", 7210, 7200), case("off", "boots", 0, 5, False)]
-archive("QAVpass.zip", plan_of(reached))
-archive("QAVunknown.zip", plan_of([case("rounds", target=4)]))
-archive("QAVshort.zip", plan_of([case("hours", "hours", 3590, 3600)]))
-archive("QAVinside.zip", plan_of(reached), history=b"panic 1\n")
-archive("QAVbeside.zip", plan_of(reached))
-open("QAVbeside.db_history", "w").write("oops 1\n")
-with zipfile.ZipFile("plain.zip", "w") as z:
-    z.writestr("readme.txt", "a zip, not a result")
-good = open("QAVpass.zip", "rb").read()
-open("truncated.zip", "wb").write(good[: len(good) // 2])
-archive("dotdot.zip", plan_of(reached), extra=[("qav/../../etc/evil", "x")])
-archive("absolute.zip", plan_of(reached), extra=[("/etc/evil", "x")])
-archive("notjson.zip", "{\"testcases\": [")
-archive("huge.zip", " " * (17 << 20))
-archive("crc.zip", json.dumps({"testcases": [case("x", target=1)]}), method=zipfile.ZIP_STORED)
-damaged = open("crc.zip", "rb").read().replace(b'"select": true', b'"select": TRUE')
-open("crc.zip", "wb").write(damaged)
-PY
-mkfifo fifo.zip
 python3 "$(dirname "$0")/hostile_archives.py" /tmp/archives
-cp QAVpass.zip QAVrecordfifo.zip && mkfifo QAVrecordfifo.run.json
-# Links beside an archive would show another file's lines or record as the run's.
-cp QAVpass.zip QAVlinkhistory.zip && ln -s /etc/passwd QAVlinkhistory.db_history
-cp QAVpass.zip QAVlinkrecord.zip && ln -s /etc/os-release QAVlinkrecord.run.json
 
 # Sanitizers' shadow memory counts in the peak: the bound holds for the default build.
 rss_bound=$((64 << 10))
@@ -41,15 +12,7 @@ if readelf -s "$OSTRELCTL" | grep -E '__(asan|tsan)_init' >/dev/null; then rss_b
 mkdir -p /tmp/measure
 # measure ARG...: ostrelctl report ARG..., its output in /tmp/measure/{out,err}; prints
 # the exit status, the peak resident size in KiB and the seconds taken.
-measure() {
-    python3 - "$OSTRELCTL" "$@" <<'PY'
-import resource, subprocess, sys, time
-start = time.monotonic()
-with open("/tmp/measure/out", "wb") as out, open("/tmp/measure/err", "wb") as err:
-    status = subprocess.run([sys.argv[1], "report", *sys.argv[2:]], stdout=out, stderr=err).returncode
-print(status, resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss, "%.2f" % (time.monotonic() - start))
-PY
-}
+measure() { python3 "$(dirname "$0")/peak_of.py" /tmp/measure/out /tmp/measure/err "$OSTRELCTL" report "$@"; }
 
 # The sandbox's writable places, which report must leave as they are: files with size and
 # time, folders by name only (a sanitizer's runtime uses /tmp), not the project's tree (CTest's logs).
@@ -59,49 +22,15 @@ listing() {
 }
 before=$(listing)
 
-# ARGUMENTS|STATUS|STANDARD ERROR (\n between lines, none for exit 0 and 1); the
-# arguments are words. Each row also keeps its peak memory under the bound; its
-# output is kept as /tmp/measure/ARGUMENTS (blanks as _) for the checks below.
-while IFS='|' read -r args want message; do
+# Each command line of golden/refusals.txt (whose statuses and messages
+# golden_outputs.sh compares) under the peak memory bound; its output is kept as
+# /tmp/measure/ARGUMENTS (blanks as _) for the checks below.
+while read -r args; do
     # shellcheck disable=SC2086
     read -r status rss seconds <<<"$(measure $args)"
-    err=$(cat /tmp/measure/err)
-    [ "$want" -eq 2 ] && out=$(cat /tmp/measure/out) || out=""
     cp /tmp/measure/out "/tmp/measure/${args// /_}"
-    check "$args: exit $want, $([ "$want" -eq 2 ] && echo "one message, nothing on standard output" || echo "no message"), under $((rss_bound >> 10)) MiB ($((rss >> 10)) MiB, $seconds s)" \
-        "$want $(printf '%b' "$message") yes" "$status $err$out $(yes_if test "$rss" -lt "$rss_bound")"
-done <<EOF
-QAVpass.zip|0|
---help|0|
---format junit QAVunknown.zip|4|
---format lava QAVshort.zip|1|
---format json QAVinside.zip|1|
-QAVbeside.zip|1|
-plain.zip|2|ostrelctl: plain.zip: no plan in it (no qav/data/ostreldata.txt): not a result of Ostrel
---format junit truncated.zip|2|ostrelctl: truncated.zip: not a zip archive, or a damaged one (Invalid file)
---format json dotdot.zip|2|ostrelctl: dotdot.zip: entry "qav/../../etc/evil" points outside the archive's folder (a damaged or hostile archive)
-absolute.zip|2|ostrelctl: absolute.zip: entry "/etc/evil" points outside the archive's folder (a damaged or hostile archive)
---format lava notjson.zip|2|ostrelctl: notjson.zip: the plan qav/data/ostreldata.txt is not JSON
-huge.zip|2|ostrelctl: huge.zip: qav/data/ostreldata.txt is 17825792 bytes, more than the 16 MiB read from an archive
-crc.zip|2|ostrelctl: crc.zip: qav/data/ostreldata.txt is damaged (its CRC does not match)
-fifo.zip|2|ostrelctl: fifo.zip: not a regular file
-missing.zip|2|ostrelctl: missing.zip: cannot read: No such file or directory
---format xml QAVpass.zip|2|ostrelctl: report: unknown format "xml"\nusage: ostrelctl report [--format text|json|junit|lava|html] [--exec] [--device LABEL] ARCHIVE|FOLDER...
---format json|2|ostrelctl: report takes an ARCHIVE or more, or a folder\nusage: ostrelctl report [--format text|json|junit|lava|html] [--exec] [--device LABEL] ARCHIVE|FOLDER...
---format json QAVnewlines.zip|1|
---format json QAVlongline.zip|1|
---format json QAVmillion.zip|1|
---format lava QAVsamename.zip|4|
---format json QAVrecordboots.zip|0|
-QAVdamaged.zip|2|ostrelctl: QAVdamaged.zip: not a zip archive, or a damaged one (Invalid offset)
-QAVforged.zip|2|ostrelctl: QAVforged.zip: entry "../x\xef\xbf\xbdostrelctl: QAV.zip: OK, all passed" points outside the archive's folder (a damaged or hostile archive)
---format junit QAVmethod.zip|2|ostrelctl: QAVmethod.zip: qav/data/ostreldata.txt is compressed with method 12, which this reader does not support (only stored and deflated)
-QAVrecordhuge.zip|2|ostrelctl: QAVrecordhuge.zip: the run record QAVrecordhuge.run.json is not a regular file of at most 4 MiB
-QAVrecorddeep.zip|2|ostrelctl: QAVrecorddeep.zip: the run record QAVrecorddeep.run.json is not a JSON object
-QAVrecordfifo.zip|2|ostrelctl: QAVrecordfifo.zip: the run record QAVrecordfifo.run.json is not a regular file of at most 4 MiB
-QAVlinkhistory.zip|2|ostrelctl: QAVlinkhistory.zip: the history copy QAVlinkhistory.db_history is a symbolic link, which is not followed
-QAVlinkrecord.zip|2|ostrelctl: QAVlinkrecord.zip: the run record QAVlinkrecord.run.json is a symbolic link, which is not followed
-EOF
+    check "$args: exit $status under $((rss_bound >> 10)) MiB ($((rss >> 10)) MiB, $seconds s)" yes "$(yes_if test "$rss" -lt "$rss_bound")"
+done < <(sed -n 's/^report \(.*\) -> [0-9]*$/\1/p' "$(dirname "$0")/golden/refusals.txt")
 check "nothing was written" "$before" "$(listing)"
 
 # What is shown is bounded; what is counted is whole.

@@ -30,14 +30,8 @@ if readelf -s "$OSTRELCTL" | grep -E '__(asan|tsan)_init' >/dev/null; then rss_b
 for shape in words own; do
     input=$(du -sb "$shape" | cut -f1)
     for format in text json html; do
-        read -r status rss <<<"$(python3 - "$OSTRELCTL" "$format" "$shape" <<'PY'
-import resource, subprocess, sys
-with open("/tmp/shapes/out", "wb") as out:
-    status = subprocess.run([sys.argv[1], "report", "--format", sys.argv[2], sys.argv[3]], stdout=out,
-                            stderr=subprocess.DEVNULL).returncode
-print(status, resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)
-PY
-)"
+        read -r status rss _ <<<"$(python3 "$(dirname "$0")/peak_of.py" /tmp/shapes/out /dev/null \
+                                   "$OSTRELCTL" report --format "$format" "$shape")"
         size=$(stat -c %s /tmp/shapes/out)
         check "$shape, $format: read, under $((rss_bound >> 10)) MiB ($((rss >> 10)) MiB), the output under 16x the input + 1 MiB ($size of $input bytes)" \
             "1 yes yes" "$status $(yes_if test "$rss" -lt "$rss_bound") $(yes_if test "$size" -le $((16 * input + (1 << 20))))"
