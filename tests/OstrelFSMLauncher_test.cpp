@@ -7,11 +7,13 @@
 namespace {
 
 // Starts the supervisor for |words| (the program path first) and returns its id.
+// The vector is new[]-allocated as the runner's is: the supervisor delete[]s its copy.
 pid_t launch(OstrelFSM& m, std::vector<std::string> words) {
-    std::vector<char*> argv;
-    for (std::string& w : words) argv.push_back(w.data());
-    argv.push_back(nullptr);
-    EXPECT_TRUE(m.forkAndExec(argv.data()));
+    char** argv = new char*[words.size() + 1];
+    for (size_t i = 0; i < words.size(); i++) argv[i] = words[i].data();
+    argv[words.size()] = nullptr;
+    EXPECT_TRUE(m.forkAndExec(argv));
+    delete[] argv;
     return m.executorPid();
 }
 
