@@ -1,5 +1,6 @@
 // The command table: one row per command makes both the help and the dispatch.
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <ostream>
 #include <string>
@@ -195,6 +196,17 @@ void indented(std::ostream& out, const std::string& first, const char* text, siz
     }
 }
 
+// One entry of the help: |head|, then |help| from column 24 (on the next line
+// when the head leaves no room).
+void entry(std::ostream& out, const std::string& head, const char* help) {
+    if (head.size() < 22) {
+        indented(out, head + std::string(24 - head.size(), ' '), help, 24);
+    } else {
+        out << head << "\n";
+        indented(out, std::string(24, ' '), help, 24);
+    }
+}
+
 // "--NAME VALUE" or "--NAME".
 std::string flagText(const Flag& flag) {
     return std::string("--") + flag.name + (flag.value ? std::string(" ") + flag.value : "");
@@ -204,13 +216,7 @@ std::string flagText(const Flag& flag) {
 void printFlags(std::ostream& out, unsigned flags) {
     for (const Flag& flag : kFlags) {
         if (!(flags & flagBit(flag.id))) continue;
-        std::string head = (flag.id == Flag::kHelp ? "  -h, " : "  ") + flagText(flag);
-        if (head.size() < 24) {
-            indented(out, head + std::string(24 - head.size(), ' '), flag.help, 24);
-        } else {
-            out << head << "\n";
-            indented(out, std::string(24, ' '), flag.help, 24);
-        }
+        entry(out, (flag.id == Flag::kHelp ? "  -h, " : "  ") + flagText(flag), flag.help);
     }
 }
 
@@ -259,14 +265,7 @@ void printHelp(std::ostream& out) {
         out << "\n" << kHeadings[group] << "\n";
         for (const Command& c : kCommands) {
             if (c.group != group) continue;
-            std::string head = "  " + usageOf(c).substr(10);
-            // The help starts on the same line when the synopsis leaves room.
-            if (head.size() < 22) {
-                indented(out, head + std::string(24 - head.size(), ' '), c.help, 24);
-            } else {
-                out << head << "\n";
-                indented(out, std::string(24, ' '), c.help, 24);
-            }
+            entry(out, "  " + usageOf(c).substr(strlen("ostrelctl ")), c.help);
         }
     }
     out << "\nOptions (before or after the command):\n";

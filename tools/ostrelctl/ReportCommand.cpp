@@ -138,16 +138,17 @@ ExitStatus reportCommand(const sp<IOstrel>&, const std::vector<std::string>& arg
         while (label + 1 < options.devices.size() && options.devices[label + 1].first <= i) label++;
         inputs.push_back(Input{files[i], options.devices.empty() ? "" : options.devices[label].second});
     }
+    const std::string usage = "usage: " + usageOf(*findCommand("report"));
     if (format != "text" && format != "json" && format != "junit" && format != "lava" && format != "html") {
-        std::cerr << "ostrelctl: report: unknown format \"" << cleanText(format) << "\"\nusage: " << usageOf(*findCommand("report")) << "\n";
+        std::cerr << "ostrelctl: report: unknown format \"" << cleanText(format) << "\"\n" << usage << "\n";
         return kUsage;
     }
     if (exec && format != "lava") {
-        std::cerr << "ostrelctl: report: --exec goes with --format lava\nusage: " << usageOf(*findCommand("report")) << "\n";
+        std::cerr << "ostrelctl: report: --exec goes with --format lava\n" << usage << "\n";
         return kUsage;
     }
     if (files.empty()) {
-        std::cerr << "ostrelctl: report takes an ARCHIVE or more, or a folder\nusage: " << usageOf(*findCommand("report")) << "\n";
+        std::cerr << "ostrelctl: report takes an ARCHIVE or more, or a folder\n" << usage << "\n";
         return kUsage;
     }
     struct stat st;

@@ -55,11 +55,6 @@ void searchFolder(const std::string& dir, std::vector<std::string>* archives, st
     }
 }
 
-std::string amountOf(const CaseReport& c) {
-    if (!c.counted) return std::to_string(c.asked) + " rounds asked";
-    return std::to_string(c.reached) + " of " + std::to_string(c.target) + " " + unitName(c.kind);
-}
-
 }  // namespace
 
 bool findArchives(const std::vector<std::string>& args, std::vector<std::string>* archives,
@@ -160,7 +155,7 @@ bool addRun(FleetSummary* fleet, const RunReport& report) {
         FleetCaseResult result{index, c.verdict};
         if (c.verdict != Verdict::Pass) {
             result.detail = static_cast<uint32_t>(run.details.size());
-            run.details.push_back(FleetCaseDetail{amountOf(c), c.reason, c.command});
+            run.details.push_back(FleetCaseDetail{amountText(c), c.reason, c.command});
         }
         run.cases.push_back(result);
     }

@@ -35,7 +35,16 @@ std::string progress(const CaseReport& c) {
     return std::to_string(c.reached) + " of " + std::to_string(c.target) + " " + unitName(c.kind);
 }
 
+// "1 round", "3 rounds".
+std::string rounds(int64_t n) {
+    return std::to_string(n) + (n == 1 ? " round" : " rounds");
+}
+
 }  // namespace
+
+std::string amountText(const CaseReport& c) {
+    return c.counted ? progress(c) : rounds(c.asked) + " asked";
+}
 
 const char* verdictName(Verdict verdict) {
     switch (verdict) {
@@ -97,11 +106,6 @@ int exitStatusOf(Verdict verdict) {
 bool retried(Verdict verdict, bool failedOnly) {
     if (failedOnly) return verdict == Verdict::Fail || verdict == Verdict::Error;
     return verdict != Verdict::Pass;
-}
-
-// "1 round", "3 rounds".
-std::string rounds(int64_t n) {
-    return std::to_string(n) + (n == 1 ? " round" : " rounds");
 }
 
 void judgeCase(const RunFacts& run, CaseReport* c) {

@@ -49,6 +49,8 @@ struct RunReport;
 // Judges |c| (its counters and size filled in) with what the run tells: the
 // table of the README's "Results in a lab", in one place.
 void judgeCase(const RunFacts& run, CaseReport* c);
+// How far a test case got: "1800 of 7200 seconds", or "3 rounds asked" of the executor.
+std::string amountText(const CaseReport& c);
 // What the run as a whole shows; |anySelected|: the plan selected a test case.
 std::vector<RunFinding> runFindings(const RunFacts& run, bool anySelected);
 // The crash history: fail with any line, unknown when no copy was found.
